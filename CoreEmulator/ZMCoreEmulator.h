@@ -1,0 +1,120 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <future>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <CoreEmulator/ZMCoreRequest.h>
+#include <CoreEmulator/ZMEmulatedLogger.h>
+#include <VemoIMLibCore/VemoIMLibExtensionModule.h>
+#include <VemoIMLibCore/ZMMessageContent.h>
+
+// The stand-alone implementation of the core library and its control API.
+//
+// Linking the CoreEmulator library provides every declaration of
+// VemoIMLibCore (ZMKernel, ZMCoreClient, ZMNaviDataManager, ZMNetDetection,
+// ZMFwLog, ZMUtilities, the dictionary readers, the message base). This class
+// steers it: tests, the demo and application developers' own tests use it to
+// answer requests, push events and change the connection.
+//
+// Threading is that of the real core: every answer, push, connection change
+// and received message reaches the module later on one of the emulator's own
+// callback threads, never inside the call that caused it.
+class ZMCoreEmulator {
+public:
+    // A rule computes the answer of a request; nothing holds the request until
+    // answer() is called for it.
+    using Rule = std::function<std::optional<ZMCoreAnswer>(const ZMCoreRequest&)>;
+
+    static ZMCoreEmulator& shared();
+
+    // ---- Extension modules -------------------------------------------------
+    // Loads a module the way the core does: calls the module class's loader on
+    // the caller's thread and keeps the module it returns. Every later
+    // connection change, logout and received message is offered to it.
+    void loadExtensionModule(const VemoIMLibExtensionModuleLoader& loader);
+    // The message classes registered through registerMessageType, in order
+    // (a class registered twice appears twice).
+    std::vector<ZMMessageClass> registeredMessageTypes() const;
+
+    // ---- Chat-room service requests ---------------------------------------
+    // Every request recorded so far, in arrival order (optionally only those
+    // of one operation).
+    std::vector<ZMCoreRequest> requests() const;
+    std::vector<ZMCoreRequest> requests(const std::string& operation) const;
+    void clearRequests();
+    // Waits until at least count requests of the operation have been recorded
+    // in total; false on timeout.
+    bool waitForRequests(const std::string& operation, size_t count, double timeoutSeconds = 5) const;
+
+    // Without a rule an operation succeeds with an empty result dictionary
+    // (history: an empty page). Rules replace one another per operation.
+    void setRule(const std::string& operation, ZMCoreAnswer answer);
+    void setRule(const std::string& operation, Rule rule);
+    // Keeps every later request of the operation unanswered until answer().
+    void holdRequests(const std::string& operation);
+    void clearRules();
+    // Requests held and not yet answered, in arrival order.
+    std::vector<ZMCoreRequest> heldRequests() const;
+    // Answers a held request on a callback thread; false when no held request
+    // has that id.
+    bool answer(uint64_t requestId, const ZMCoreAnswer& answer);
+
+    // ---- Pushes from the server -------------------------------------------
+    // Calls the callbacks installed by initChatRoomListener (the latest
+    // installation), on a callback thread.
+    void raiseStatusChange(const std::string& chatroomId);
+    void raiseKVChange(const std::string& chatroomId, const ZMValue& updateEntries,
+                       const ZMValue& removeEntries);
+    void raiseRoomDestroyed(const std::string& chatroomId, int32_t type);
+    // Whether setChatRoomPSListener has been called.
+    bool isPushListening() const;
+
+    // ---- Connection and session -------------------------------------------
+    // Sets the status read by getConnectionStatus (0 connected; the initial
+    // status is 0) and offers it to every loaded module.
+    void setConnectionStatus(int64_t status);
+    // Offers the logout event to every loaded module.
+    void logout();
+
+    // ---- Received messages ------------------------------------------------
+    // Decodes the JSON payload with the class registered for objectName (a
+    // message of an unregistered type has no content) and offers the message
+    // to the loaded modules in load order until one holds it. The future
+    // tells whether one did.
+    std::shared_future<bool> deliverMessage(const std::string& objectName, const std::string& jsonPayload,
+                                            const std::string& targetId, bool isOffline = false);
+
+    // ---- Navigation data --------------------------------------------------
+    // The three switches; all are on initially.
+    void setChatroomKVStorageEnabled(bool enabled);
+    void setChatroomMessageStoreEnabled(bool enabled);
+    void setMutliChatroomEnabled(bool enabled);
+    // How navigation re-detection answers: success with these three strings
+    // (the initial answer is "navi.emulator", "127.0.0.1", "wifi"), or failure.
+    void setNaviDetectionResult(const std::string& navi, const std::string& ip, const std::string& net);
+    void setNaviDetectionFails();
+    size_t naviDetectionCount() const;
+
+    // ---- Threads ----------------------------------------------------------
+    // How many callback threads deliver answers and pushes (1 initially: then
+    // everything is delivered in the order it was caused). With more, each
+    // delivery goes to the next thread in turn.
+    void setCallbackThreadCount(size_t count);
+    // Returns once everything caused so far has been delivered, including
+    // deliveries caused by the deliveries. False on timeout.
+    bool waitUntilIdle(double timeoutSeconds = 5) const;
+
+    // ---- Logger and key rule ----------------------------------------------
+    ZMEmulatedLogger& logger();
+    // The legal characters of a KV key: ASCII letters, digits and _ - + = .
+    static bool isLegalKVKeyCharacter(char32_t character);
+
+private:
+    ZMCoreEmulator();
+    struct State;
+    State* state_;
+};

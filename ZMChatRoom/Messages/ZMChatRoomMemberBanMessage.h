@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include <VemoIMLibCore/ZMMessageContent.h>
+
+// "ZM:ChrmBanMsg": members of a room were banned from speaking or unbanned.
+// The ban type travels under "operateType"; there is no "banType" key.
+// Payload: {"chatroomId","operateType","durationTime","operateTime","userList":[ids], base keys...}
+class ZMChatRoomMemberBanMessage : public ZMMessageContent {
+public:
+    static std::string getObjectName() { return "ZM:ChrmBanMsg"; }
+    static int32_t persistentFlag() { return 16; }
+
+    void decodeWithData(const ZMData& data) override;
+    std::optional<ZMData> encode() const override;
+
+    std::optional<std::string> chatroomId;
+    int64_t banType = 0;
+    int64_t durationTime = 0;
+    int64_t operateTime = 0;
+    ZMValue userIdList;  // "userList" as it came (any JSON array), or null
+};

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <ZMChatRoom/Models/ZMChatRoomMemberAction.h>
+#include <ZMChatRoom/Models/ZMChatRoomMemberActionModel.h>
+
+// The one observer of member changes (set with setMemberDelegate). Called on
+// the core's thread that received the message; both callbacks are optional
+// and an observer overriding both receives both, list form first.
+class ZMChatRoomMemberDelegate {
+public:
+    virtual ~ZMChatRoomMemberDelegate() = default;
+
+    virtual void memberDidChange(const std::vector<std::shared_ptr<ZMChatRoomMemberAction>>& /*members*/,
+                                 const std::string& /*chatroomId*/) {}
+    virtual void memberDidChange(const std::shared_ptr<ZMChatRoomMemberActionModel>& /*model*/) {}
+};

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <memory>
+
+#include <ZMChatRoom/Models/ZMChatRoomMemberBanEvent.h>
+#include <ZMChatRoom/Models/ZMChatRoomMemberBlockEvent.h>
+#include <ZMChatRoom/Models/ZMChatRoomSyncEvent.h>
+
+// Observer of block, ban and multi-login sync events. Called on the core's
+// thread that received the message; each observer gets its own event object.
+class ZMChatRoomNotifyEventDelegate {
+public:
+    virtual ~ZMChatRoomNotifyEventDelegate() = default;
+
+    virtual void chatRoomNotifyMultiLoginSync(const std::shared_ptr<ZMChatRoomSyncEvent>& /*event*/) {}
+    virtual void chatRoomNotifyBlock(const std::shared_ptr<ZMChatRoomMemberBlockEvent>& /*event*/) {}
+    virtual void chatRoomNotifyBan(const std::shared_ptr<ZMChatRoomMemberBanEvent>& /*event*/) {}
+};

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+// Records events from any thread and lets a test wait, without sleeping, until
+// a number of them has arrived.
+class ZMEventRecorder {
+public:
+    void record(std::string event);
+    std::vector<std::string> events() const;
+    size_t count() const;
+    // True once at least n events were recorded; false after the timeout.
+    bool waitForCount(size_t n, double timeoutSeconds = 5) const;
+    void clear();
+
+private:
+    mutable std::mutex mutex_;
+    mutable std::condition_variable changed_;
+    std::vector<std::string> events_;
+};
