@@ -1,0 +1,31 @@
+#include <ZMChatRoom/Messages/ZMChatRoomSyncMessage.h>
+
+#include <Platform/ZMJSONSerialization.h>
+#include <Platform/ZMPlatformException.h>
+#include <VemoIMLibCore/ZMDictionaryReaders.h>
+
+void ZMChatRoomSyncMessage::decodeWithData(const ZMData& data) {
+    std::optional<ZMValue> dict = ZMMessageContent::dictionaryFromJsonData(data);
+    if (!dict) {
+        setRawJSONData(data);
+        return;
+    }
+    decodeBaseData(*dict);
+    chatroomId = zmlib_stringForKey(*dict, "chatroomId");
+    status = zmlib_integerForKey(*dict, "status");
+    reason = zmlib_integerForKey(*dict, "reason");
+    time = zmlib_longLongIntForKey(*dict, "time");
+}
+
+std::optional<ZMData> ZMChatRoomSyncMessage::encode() const {
+    ZMValue dict = encodeBaseData();
+    zmlib_setObject(dict, chatroomId ? ZMValue(*chatroomId) : ZMValue(), "chatroomId");
+    zmlib_setObject(dict, ZMValue(status), "status");
+    zmlib_setObject(dict, ZMValue(reason), "reason");
+    zmlib_setObject(dict, ZMValue(time), "time");
+    try {
+        return ZMJSONSerialization::dataWithJSONObject(dict, false);
+    } catch (const ZMPlatformException&) {
+        return std::nullopt;
+    }
+}
