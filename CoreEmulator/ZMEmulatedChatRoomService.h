@@ -1,0 +1,111 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <CoreEmulator/ZMCoreRequest.h>
+#include <VemoIMLibCore/ZMChatRoomPSManager.h>
+
+// The emulated chat-room service behind ZMKernel::chatRoomPSManager().
+//
+// Every call is recorded as a ZMCoreRequest (operation = the method's name,
+// arguments keyed by its parameter names; callbacks are not recorded). A call
+// with result callbacks is then answered by the rule of its operation (by
+// default: success with an empty dictionary, an empty history page), or held
+// until answer(). Answers and pushes are delivered on the callback threads.
+class ZMEmulatedChatRoomService : public ZMChatRoomPSManager {
+public:
+    using Rule = std::function<std::optional<ZMCoreAnswer>(const ZMCoreRequest&)>;
+
+    static ZMEmulatedChatRoomService& shared();
+
+    // ---- ZMChatRoomPSManager ----------------------------------------------
+    void initChatRoomListener(ZMChatRoomStatusChangeBlock statusChangeBlock,
+                              ZMChatRoomKVChangeBlock kvChangeBlock,
+                              ZMChatRoomDestroyedBlock roomDestroyedBlock) override;
+    void setChatRoomPSListener() override;
+    void joinChatroom(const std::string& chatroomId, int32_t limit, bool useCacheTime, int32_t joinMode,
+                      ZMChatRoomJoinResultBlock resultBlock) override;
+    void joinExistingChatroom(const std::string& chatroomId, int32_t limit, bool useCacheTime,
+                              int32_t joinMode, ZMChatRoomJoinResultBlock resultBlock) override;
+    void quitChatroom(const std::string& chatroomId, ZMChatRoomQuitResultBlock resultBlock) override;
+    void clearChatroomMessageAndKVWithTargetId(const std::string& chatroomId, bool clearMsg,
+                                               bool clearKv) override;
+    void setChatroomStatus(const std::string& chatroomId, const std::string& key, const std::string& value,
+                           bool overwrite, bool autoDelete, bool sendNotification,
+                           const std::string& notificationObjectName, const ZMData& notificationContent,
+                           int32_t persistentFlag, ZMCoreSuccessBlock success, ZMCoreErrorBlock error) override;
+    void removeChatRoomStatus(const std::string& chatroomId, const std::string& key, bool overwrite,
+                              bool sendNotification, const std::string& notificationObjectName,
+                              const ZMData& notificationContent, int32_t persistentFlag,
+                              ZMCoreSuccessBlock success, ZMCoreErrorBlock error) override;
+    void getChatRoomEntry(const std::string& chatroomId, const std::string& key, ZMCoreDictionaryBlock success,
+                          ZMCoreErrorBlock error) override;
+    void setChatRoomEntries(const std::string& chatroomId, const ZMValue& entries, bool overwrite,
+                            bool autoDelete, ZMCoreSuccessBlock success, ZMCoreEntriesErrorBlock error) override;
+    void removeChatRoomEntries(const std::string& chatroomId, const ZMValue& keys, bool overwrite,
+                               ZMCoreSuccessBlock success, ZMCoreEntriesErrorBlock error) override;
+    void getChatRoomEntriesByBatch(const std::string& chatroomId, const ZMValue& keys,
+                                   ZMCoreDictionaryBlock success, ZMCoreErrorBlock error) override;
+    void getAllChatRoomEntries(const std::string& chatroomId, bool isSync, ZMCoreDictionaryBlock success,
+                               ZMCoreErrorBlock error) override;
+    void queryChatroomInfo(const std::string& chatroomId, int32_t limit, uint64_t order,
+                           ZMCoreDictionaryBlock success, ZMCoreErrorBlock error) override;
+    void getChatroomHistoryMessage(const std::string& chatroomId, int64_t sendTime, int32_t limit,
+                                   uint64_t order, const std::string& channelId, ZMCoreHistoryBlock successBlock,
+                                   ZMCoreErrorBlock errorBlock) override;
+    void bindRTCRoomForChatroom(const std::string& chatroomId, const std::string& rtcRoomId,
+                                ZMCoreSuccessBlock success, ZMCoreErrorBlock error) override;
+
+    // ---- Control ----------------------------------------------------------
+    std::vector<ZMCoreRequest> requests(const std::string* operation) const;
+    void clearRequests();
+    bool waitForRequests(const std::string& operation, size_t count, double timeoutSeconds) const;
+
+    // An empty rule removes the operation's rule.
+    void setRule(const std::string& operation, Rule rule);
+    void clearRules();
+    std::vector<ZMCoreRequest> heldRequests() const;
+    bool answer(uint64_t requestId, const ZMCoreAnswer& answer);
+
+    void raiseStatusChange(const std::string& chatroomId);
+    void raiseKVChange(const std::string& chatroomId, const ZMValue& updateEntries, const ZMValue& removeEntries);
+    void raiseRoomDestroyed(const std::string& chatroomId, int32_t type);
+    bool isPushListening() const;
+
+private:
+    // Calls the callbacks of one request with an answer.
+    using Responder = std::function<void(const ZMCoreAnswer&)>;
+    struct HeldRequest {
+        ZMCoreRequest request;
+        Responder responder;
+    };
+
+    ZMEmulatedChatRoomService() = default;
+    ~ZMEmulatedChatRoomService() override = default;
+
+    // Records a request that has no answer (listener set-up, local clearing).
+    void record(const std::string& operation, ZMValue arguments);
+    // Records a request and answers it by its rule, or holds it.
+    void handle(const std::string& operation, ZMValue arguments, Responder responder);
+    uint64_t takeRequestId();
+    // Adds a request to the record in id order; the caller holds mutex_.
+    void insertRecordedLocked(ZMCoreRequest request);
+
+    mutable std::mutex mutex_;
+    mutable std::condition_variable recorded_;
+    uint64_t lastRequestId_ = 0;
+    std::vector<ZMCoreRequest> requests_;
+    std::map<std::string, Rule> rules_;
+    std::map<uint64_t, HeldRequest> held_;  // ordered by id, i.e. by arrival
+    ZMChatRoomStatusChangeBlock statusChangeBlock_;
+    ZMChatRoomKVChangeBlock kvChangeBlock_;
+    ZMChatRoomDestroyedBlock roomDestroyedBlock_;
+    bool pushListening_ = false;
+};

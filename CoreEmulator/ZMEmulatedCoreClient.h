@@ -1,0 +1,52 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <future>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <VemoIMLibCore/VemoIMLibExtensionModule.h>
+#include <VemoIMLibCore/ZMCoreClient.h>
+
+// The emulated core client: the message type registry, the connection status
+// and the loaded extension modules, to which it delivers connection changes,
+// logout and received messages on the callback threads.
+class ZMEmulatedCoreClient : public ZMCoreClient {
+public:
+    static ZMEmulatedCoreClient& shared();
+
+    // ---- ZMCoreClient -----------------------------------------------------
+    void registerMessageType(const ZMMessageClass& messageClass) override;
+    int64_t getConnectionStatus() override;
+    std::optional<ZMData> payloadOfMessageContent(const ZMMessageContent& content) override;
+
+    // ---- Control ----------------------------------------------------------
+    void loadExtensionModule(const VemoIMLibExtensionModuleLoader& loader);
+    std::vector<ZMMessageClass> registeredMessageTypes() const;
+    void setConnectionStatus(int64_t status);
+    void logout();
+    std::shared_future<bool> deliverMessage(const std::string& objectName, const std::string& jsonPayload,
+                                            const std::string& targetId, bool isOffline);
+
+private:
+    ZMEmulatedCoreClient() = default;
+    ~ZMEmulatedCoreClient() override = default;
+
+    std::vector<VemoIMLibExtensionModule*> modules() const;
+    // The class registered for an object name, the latest registration winning.
+    std::optional<ZMMessageClass> messageClassFor(const std::string& objectName) const;
+    // Decodes a received payload; null content for an unknown type or a
+    // decoder that raised.
+    std::shared_ptr<ZMMessage> makeMessage(const std::string& objectName, const std::string& jsonPayload,
+                                           const std::string& targetId, uint64_t serial) const;
+
+    mutable std::mutex mutex_;
+    std::vector<ZMMessageClass> registered_;
+    std::vector<VemoIMLibExtensionModule*> modules_;  // in load order; modules live for the process
+    std::atomic<int64_t> connectionStatus_{0};
+    uint64_t deliveredMessages_ = 0;
+};

@@ -1,0 +1,78 @@
+#include <CoreEmulator/ZMEmulatedDispatcher.h>
+
+#include <exception>
+#include <string>
+
+#include <VemoIMLibCore/ZMFwLog.h>
+
+namespace {
+
+thread_local bool tRunningDelivery = false;
+
+const char* const kLogTag = "ZMEmulatedDispatcher.cpp";
+
+}  // namespace
+
+ZMEmulatedDispatcher& ZMEmulatedDispatcher::shared() {
+    // Never destroyed: its threads serve the process until it ends.
+    static auto* dispatcher = new ZMEmulatedDispatcher();
+    return *dispatcher;
+}
+
+void ZMEmulatedDispatcher::deliver(std::function<void()> task) {
+    ZMSerialQueue* queue = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        const size_t index = nextQueue_++ % threadCount_;
+        while (queues_.size() <= index) {
+            queues_.push_back(std::make_unique<ZMSerialQueue>("ZMCoreEmulator.callback." +
+                                                              std::to_string(queues_.size())));
+        }
+        queue = queues_[index].get();
+        // Counted before it is queued, so the count cannot reach zero while
+        // the delivery is on its way.
+        ++outstanding_;
+    }
+    queue->async([this, task = std::move(task)] {
+        const bool wasRunning = tRunningDelivery;
+        tRunningDelivery = true;
+        try {
+            if (task) task();
+        } catch (const std::exception& error) {
+            ZMFwLog::getInstance().write(2, 1024, kLogTag, "a callback raised an exception: %@",
+                                         std::string(error.what()));
+        } catch (...) {
+            ZMFwLog::getInstance().write(2, 1024, kLogTag, "a callback raised an exception: %@",
+                                         std::string("(unknown)"));
+        }
+        tRunningDelivery = wasRunning;
+        finishDelivery();
+    });
+}
+
+void ZMEmulatedDispatcher::finishDelivery() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (--outstanding_ == 0) idle_.notify_all();
+}
+
+void ZMEmulatedDispatcher::setThreadCount(size_t count) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    threadCount_ = count == 0 ? 1 : count;
+    nextQueue_ = 0;
+}
+
+bool ZMEmulatedDispatcher::waitUntilIdle(double timeoutSeconds) {
+    if (tRunningDelivery) return false;
+    std::unique_lock<std::mutex> lock(mutex_);
+    return idle_.wait_for(lock, waitDuration(timeoutSeconds), [this] { return outstanding_ == 0; });
+}
+
+std::chrono::steady_clock::duration ZMEmulatedDispatcher::waitDuration(double seconds) {
+    constexpr double kLongestWait = 24 * 60 * 60;
+    if (!(seconds > 0)) return std::chrono::steady_clock::duration::zero();
+    const double capped = seconds < kLongestWait ? seconds : kLongestWait;
+    return std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+        std::chrono::duration<double>(capped));
+}
+
+bool ZMEmulatedDispatcher::isCallbackThread() { return tRunningDelivery; }

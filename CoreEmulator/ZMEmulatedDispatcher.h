@@ -1,0 +1,61 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include <Platform/ZMSerialQueue.h>
+
+// The emulator's callback threads: every answer, push, connection change and
+// received message reaches the module through deliver(), which runs it later
+// on one of a set of serial queues, never inside the call that caused it.
+//
+// With one queue (the initial count) deliveries run in the order they were
+// handed over; with more, each delivery goes to the next queue in turn. The
+// dispatcher counts deliveries handed over and not yet finished, so
+// waitUntilIdle() can wait for all of them, including those handed over by
+// deliveries while they run. No lock is held while a delivery runs.
+class ZMEmulatedDispatcher {
+public:
+    static ZMEmulatedDispatcher& shared();
+
+    ZMEmulatedDispatcher(const ZMEmulatedDispatcher&) = delete;
+    ZMEmulatedDispatcher& operator=(const ZMEmulatedDispatcher&) = delete;
+
+    // Runs the task later on a callback thread. An exception that escapes the
+    // task is caught and logged; the thread goes on with the next delivery.
+    void deliver(std::function<void()> task);
+
+    // How many queues later deliveries are spread over; 0 counts as 1.
+    // Deliveries already handed over stay on their queues.
+    void setThreadCount(size_t count);
+
+    // Waits until no delivery is outstanding; false on timeout, and at once
+    // when called from a delivery (which would otherwise wait for itself).
+    bool waitUntilIdle(double timeoutSeconds);
+
+    // True while the calling thread runs a delivery.
+    static bool isCallbackThread();
+
+    // A wait of the given seconds as a duration a condition variable accepts:
+    // negative or NaN waits nothing, very long waits are capped at a day.
+    static std::chrono::steady_clock::duration waitDuration(double seconds);
+
+private:
+    ZMEmulatedDispatcher() = default;
+    ~ZMEmulatedDispatcher() = default;
+    void finishDelivery();
+
+    mutable std::mutex mutex_;
+    std::condition_variable idle_;
+    // Queues are only ever added: a queue in use is never destroyed, so a
+    // smaller count just leaves the extra queues without new work.
+    std::vector<std::unique_ptr<ZMSerialQueue>> queues_;
+    size_t threadCount_ = 1;
+    size_t nextQueue_ = 0;
+    size_t outstanding_ = 0;
+};

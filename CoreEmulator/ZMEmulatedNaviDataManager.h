@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include <VemoIMLibCore/ZMNaviDataManager.h>
+#include <VemoIMLibCore/ZMNetDetection.h>
+
+// The emulated navigation data: three switches (all on initially) and the
+// configured outcome of navigation re-detection.
+class ZMEmulatedNaviDataManager : public ZMNaviDataManager {
+public:
+    static ZMEmulatedNaviDataManager& shared();
+
+    // A snapshot of the switches at the moment of the call; never null.
+    std::shared_ptr<const ZMNaviData> naviData() override;
+
+    void setChatroomKVStorageEnabled(bool enabled);
+    void setChatroomMessageStoreEnabled(bool enabled);
+    void setMutliChatroomEnabled(bool enabled);
+
+    void setDetectionResult(const std::string& navi, const std::string& ip, const std::string& net);
+    void setDetectionFails();
+    size_t detectionCount() const;
+    // Counts the detection and answers it later on a callback thread with the
+    // outcome configured at the moment of the call.
+    void detectNavi(bool force, ZMNetDetection::SuccessBlock success, ZMNetDetection::ErrorBlock error);
+
+private:
+    ZMEmulatedNaviDataManager() = default;
+    ~ZMEmulatedNaviDataManager() override = default;
+
+    mutable std::mutex mutex_;
+    bool kvStorageEnabled_ = true;
+    bool messageStoreEnabled_ = true;
+    bool multiChatroomEnabled_ = true;
+    bool detectionFails_ = false;
+    std::string navi_ = "navi.emulator";
+    std::string ip_ = "127.0.0.1";
+    std::string net_ = "wifi";
+    size_t detectionCount_ = 0;
+};
