@@ -18,8 +18,9 @@
 static char __zm_chatroom_operation_queueTag;
 
 // The repeating rejoin timer. Created, invalidated and read only by tasks of
-// the main queue, so it needs no lock.
-static std::shared_ptr<ZMTimer> zmChatRoomRejoinTimer;
+// the main queue, so it needs no lock. Never destroyed, like the client: a
+// main queue driven by another thread may still reach it while the process exits.
+static std::shared_ptr<ZMTimer>& zmChatRoomRejoinTimer = *new std::shared_ptr<ZMTimer>();
 
 namespace {
 

@@ -113,15 +113,6 @@ public:
     void notifyChatRoomStatus(const std::string& chatroomId, std::shared_ptr<ZMJoinChatRoomResponse> response,
                               int64_t status, int32_t errorCode);
 
-    // ---- Validators (each writes at most one line naming the failed rule) ---
-    bool isValidTargetId(const ZMValue& targetId);
-    bool isValidRtcRoomId(const ZMValue& rtcRoomId);
-    bool isValidKey(const ZMValue& key);
-    bool isValidValue(const ZMValue& value);
-    // 0, 34260 (key invalid) or 34262 (key valid, value invalid).
-    int32_t isValidKey(const ZMValue& key, const ZMValue& value);
-    bool isValidNotificationExtra(const ZMValue& notificationExtra);
-
     // ---- State ----------------------------------------------------------------
     // Room id -> cache entry of the rooms the user is in or wants to be in.
     ZMTSMutableDictionary<std::shared_ptr<ZMCacheChatRoomInfo>>& cacheChatRoomDict() { return *cacheChatRoomDict_; }
@@ -134,6 +125,16 @@ private:
     friend struct ZMChatRoomClientTestPeer;
 
     ZMChatRoomClient();
+
+    // Validators of the public operations' arguments: each answers valid or
+    // invalid and writes at most one line naming the rule that failed.
+    bool isValidTargetId(const ZMValue& targetId);
+    bool isValidRtcRoomId(const ZMValue& rtcRoomId);
+    bool isValidKey(const ZMValue& key);
+    bool isValidValue(const ZMValue& value);
+    // 0, 34260 (key invalid) or 34262 (key valid, value invalid).
+    int32_t isValidKey(const ZMValue& key, const ZMValue& value);
+    bool isValidNotificationExtra(const ZMValue& notificationExtra);
 
     void p_joinChatRoom(const ZMValue& chatroomId, int32_t messageCount, int32_t joinMode, bool isExist,
                         ZMJoinSuccessBlock success, ZMErrorBlock error);

@@ -1,5 +1,5 @@
-// Costs of the module's hot paths: the argument checks every public call
-// makes, the decoding of the signal messages the core hands in, the JSON text
+// Costs of the module's hot paths: the UTF-16 length every argument check
+// takes, the decoding of the signal messages the core hands in, the JSON text
 // of the KV log lines, and the status fan-out to observers.
 #include <benchmark/benchmark.h>
 
@@ -20,13 +20,6 @@ void BM_UTF16LengthOfRoomId(benchmark::State& state) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * state.range(0));
 }
 BENCHMARK(BM_UTF16LengthOfRoomId)->Arg(8)->Arg(64)->Arg(4096);
-
-void BM_ValidTargetId(benchmark::State& state) {
-    auto& client = ZMChatRoomClient::sharedChatRoomClient();
-    const ZMValue roomId = std::string(64, 'r');
-    for (auto _ : state) benchmark::DoNotOptimize(client.isValidTargetId(roomId));
-}
-BENCHMARK(BM_ValidTargetId);
 
 void BM_DecodeMemberChange(benchmark::State& state) {
     ZMValue payload = {{"memberCount", 1000}, {"userList", ZMValue::array()}};

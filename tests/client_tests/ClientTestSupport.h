@@ -17,9 +17,17 @@
 
 #include "support/ZMTestSupport.h"
 
-// Reaches the client's private join so that join modes other than the public
-// entry points' 0 can be tried.
+// Reaches the client's private join, so that join modes other than the public
+// entry points' 0 can be tried, and its argument validators.
 struct ZMChatRoomClientTestPeer {
+    static ZMChatRoomClient& client() { return ZMChatRoomClient::sharedChatRoomClient(); }
+    static bool isValidTargetId(const ZMValue& v) { return client().isValidTargetId(v); }
+    static bool isValidRtcRoomId(const ZMValue& v) { return client().isValidRtcRoomId(v); }
+    static bool isValidKey(const ZMValue& v) { return client().isValidKey(v); }
+    static bool isValidValue(const ZMValue& v) { return client().isValidValue(v); }
+    static int32_t isValidKey(const ZMValue& k, const ZMValue& v) { return client().isValidKey(k, v); }
+    static bool isValidNotificationExtra(const ZMValue& v) { return client().isValidNotificationExtra(v); }
+
     static void join(const ZMValue& roomId, int32_t count, int32_t joinMode, bool isExist, ZMJoinSuccessBlock success,
                      ZMErrorBlock error) {
         ZMChatRoomClient::sharedChatRoomClient().p_joinChatRoom(roomId, count, joinMode, isExist, std::move(success),

@@ -91,6 +91,11 @@ TEST_F(ClientTest, PublicJoinsMapOntoTheCoreJoinWithClampedCount) {
         ASSERT_TRUE(cached);
         EXPECT_EQ(cached->messageCount, testCase.sentCount);
         EXPECT_EQ(cached->joinExistOnly, testCase.existOnly);
+        // The start line shows the count as the caller passed it.
+        EXPECT_EQ(core.logger().linesWithTag(ZM_A_JION_CHATROOM_T).back(),
+                  line(4, 1, ZM_A_JION_CHATROOM_T,
+                       "room_id:" + room + ",existed:" + (testCase.existOnly ? "1" : "0") +
+                           ",count:" + std::to_string(testCase.count) + ",joinMode:0"));
     }
 }
 
@@ -105,6 +110,12 @@ TEST_F(ClientTest, JoinRefusesAJoinModeOtherThanZeroOrOne) {
         EXPECT_TRUE(outcome.beforeReturn);
         EXPECT_EQ(linesOf(ZM_A_JION_CHATROOM_R), (std::vector<std::string>{"code:34258,mode:" + std::to_string(mode)}));
     }
+    // The room id is checked first.
+    core.logger().clear();
+    CallOutcome both;
+    ZMChatRoomClientTestPeer::join("", 10, 2, false, ZMJoinSuccessBlock{}, both.error());
+    EXPECT_EQ(both.code, ZMErrorInvalidParameter);
+    EXPECT_EQ(linesOf(ZM_A_JION_CHATROOM_R), (std::vector<std::string>{"code:34210,room_id:"}));
     settle();
     EXPECT_TRUE(core.requests().empty());
     EXPECT_FALSE(client.syncKVChatRoomDict().objectForKey("r1").has_value());
@@ -130,6 +141,9 @@ TEST_F(ClientTest, JoinResultCodesDecideTheRoomsFate) {
         {23410, false, {"joining:r", "failed:r:23410"}, std::nullopt, false},
         {20605, false, {"joining:r", "failed:r:20605"}, std::nullopt, true},
         {23411, false, {"joining:r", "failed:r:23411"}, ZMChatRoomStatusJoinFailed, false},
+        {23412, false, {"joining:r", "failed:r:23412"}, ZMChatRoomStatusJoinFailed, false},
+        {23408, false, {"joining:r", "failed:r:23408"}, ZMChatRoomStatusJoinFailed, true},
+        {23413, false, {"joining:r", "failed:r:23413"}, ZMChatRoomStatusJoinFailed, true},
         {33003, false, {"joining:r", "failed:r:33003"}, ZMChatRoomStatusJoinFailed, false},
         {12345, false, {"joining:r", "failed:r:12345"}, ZMChatRoomStatusJoinFailed, true},
     };
@@ -150,14 +164,20 @@ TEST_F(ClientTest, JoinResultCodesDecideTheRoomsFate) {
 
         EXPECT_EQ(outcome.successes, testCase.success ? 1 : 0);
         EXPECT_EQ(outcome.errors, testCase.success ? 0 : 1);
-        if (!testCase.success) EXPECT_EQ(outcome.code, testCase.code);
+        if (!testCase.success) {
+            EXPECT_EQ(outcome.code, testCase.code);
+        }
         EXPECT_EQ(status->events.events(), testCase.announcements);
         auto cached = entry("r");
         EXPECT_EQ(cached ? std::optional<int64_t>(cached->status.load()) : std::nullopt, testCase.cachedStatus);
         EXPECT_EQ(core.naviDetectionCount() - detectionsBefore, testCase.detectsNavigation ? 1u : 0u);
         const std::string loggedCode = testCase.success ? "0" : std::to_string(testCase.code);
-        EXPECT_EQ(linesOf(ZM_A_JION_CHATROOM_R), (std::vector<std::string>{"code:" + loggedCode + ",room_id:r"}));
-        if (testCase.code == 33009) EXPECT_EQ(client.syncKVChatRoomDict().objectForKey("r"), std::optional<bool>(false));
+        EXPECT_EQ(core.logger().linesWithTag(ZM_A_JION_CHATROOM_R),
+                  (std::vector<ZMLogLine>{line(testCase.success ? 4 : 2, 1, ZM_A_JION_CHATROOM_R,
+                                               "code:" + loggedCode + ",room_id:r")}));
+        if (testCase.code == 33009) {
+            EXPECT_EQ(client.syncKVChatRoomDict().objectForKey("r"), std::optional<bool>(false));
+        }
         if (testCase.detectsNavigation) {
             EXPECT_EQ(core.logger().linesWithTag(ZM_L_DETECT_CHATROOM_S),
                       (std::vector<ZMLogLine>{line(2, 1, ZM_L_DETECT_CHATROOM_S,
@@ -178,15 +198,26 @@ TEST_F(ClientTest, TheRejoinTimerStopsOnlyWhenTheCacheEmpties) {
     EXPECT_EQ(mainQueue.activeTimerCount(), 0u);
 }
 
-TEST_F(ClientTest, ARepeatedJoinReplacesTheEntryWithoutClearingLocalData) {
+TEST_F(ClientTest, ARepeatedJoinReplacesTheEntryWithoutClearingLocalDataOrTheKVFlag) {
     joinAndSettle("r", 10);
+    client.syncKVChatRoomDict().setObject(true, "r");
     core.clearRequests();
+    status->events.clear();
+    core.holdRequests("joinExistingChatroom");
     client.joinExistChatRoom("r", 3, ZMSuccessBlock{}, ZMErrorBlock{});
     settle();
     EXPECT_TRUE(core.requests("clearChatroomMessageAndKVWithTargetId").empty());
-    EXPECT_EQ(core.requests("joinExistingChatroom").size(), 1u);
-    EXPECT_EQ(entry("r")->messageCount, 3);
-    EXPECT_TRUE(entry("r")->joinExistOnly);
+    ASSERT_EQ(core.heldRequests().size(), 1u);
+    auto replaced = entry("r");
+    EXPECT_EQ(replaced->status, ZMChatRoomStatusJoining);
+    EXPECT_FALSE(replaced->joinedEver);
+    EXPECT_EQ(replaced->messageCount, 3);
+    EXPECT_TRUE(replaced->joinExistOnly);
+    EXPECT_EQ(status->events.events(), (std::vector<std::string>{"joining:r"}));
+    ASSERT_TRUE(core.answer(core.heldRequests()[0].id, ZMCoreAnswer::success()));
+    settle();
+    EXPECT_EQ(entry("r")->status, ZMChatRoomStatusJoined);
+    EXPECT_EQ(client.syncKVChatRoomDict().objectForKey("r"), std::optional<bool>(true));
 }
 
 TEST_F(ClientTest, WithOneRoomPerUserAJoinDropsTheOtherRoomsSilently) {
@@ -250,6 +281,8 @@ TEST_F(ClientTest, QuitAnnouncesBeforeTheServerAnswersAndReportsItsAnswer) {
     ASSERT_TRUE(core.answer(held[0].id, ZMCoreAnswer::failure(33009)));
     ASSERT_TRUE(outcome.done.waitForCount(1));
     EXPECT_EQ(outcome.successes, 1);
+    EXPECT_EQ(core.logger().linesWithTag(ZM_A_QUIT_CHATROOM_T),
+              (std::vector<ZMLogLine>{line(4, 1, ZM_A_QUIT_CHATROOM_T, "room_id:r")}));
     EXPECT_EQ(core.logger().linesWithTag(ZM_A_QUIT_CHATROOM_R),
               (std::vector<ZMLogLine>{line(4, 1, ZM_A_QUIT_CHATROOM_R, "code:0,room_id:r")}));
 

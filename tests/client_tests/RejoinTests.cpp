@@ -49,7 +49,10 @@ TEST_F(ClientTest, TheSweepSendsNothingWhileDisconnectedOrForRoomsInProgress) {
 
     core.setConnectionStatus(0);
     core.holdRequests("joinChatroom");
-    mainQueue.advance(2.0);  // the join's timer sweeps
+    mainQueue.advance(1.99);
+    settle();
+    EXPECT_TRUE(core.requests().empty());
+    mainQueue.advance(0.01);  // the join's timer sweeps 2 seconds after it started
     settle();
     ASSERT_EQ(core.heldRequests().size(), 1u);
     EXPECT_EQ(entry("a")->status, ZMChatRoomStatusJoining);

@@ -95,6 +95,7 @@ TEST_F(ClientTest, JoinsQuitsAndRejoinsUnderAFlappingConnectionEachGetOneCallbac
     std::thread joiner([&] {
         for (auto& app : apps) app.join();
         appDone = true;
+        mainQueue.async([] {});  // wakes the main thread to see it
     });
     EXPECT_TRUE(mainQueue.runUntil([&] { return appDone.load(); }, 120));
     joiner.join();

@@ -15,7 +15,7 @@ const std::string kInvalidUtf8 = "ab\xC3";     // truncated sequence
 
 struct ValidatorCase {
     std::string name;
-    std::function<bool(ZMChatRoomClient&)> call;
+    std::function<bool()> call;
     bool valid;
     // The one line written, or empty when none is.
     std::vector<ZMLogLine> lines;
@@ -37,11 +37,11 @@ TEST_F(ClientTest, ValidatorsAnswerAndWriteOneLineNamingTheFailedRule) {
     const auto valueLength = clientLine(2, "Parameter error，value is empty or length More than 4096");
     const auto extraLong = clientLine(2, "Parameter error，notificationExtra length More than 2048");
 
-    auto target = [](ZMValue v) { return [v](ZMChatRoomClient& c) { return c.isValidTargetId(v); }; };
-    auto rtc = [](ZMValue v) { return [v](ZMChatRoomClient& c) { return c.isValidRtcRoomId(v); }; };
-    auto key = [](ZMValue v) { return [v](ZMChatRoomClient& c) { return c.isValidKey(v); }; };
-    auto value = [](ZMValue v) { return [v](ZMChatRoomClient& c) { return c.isValidValue(v); }; };
-    auto extra = [](ZMValue v) { return [v](ZMChatRoomClient& c) { return c.isValidNotificationExtra(v); }; };
+    auto target = [](ZMValue v) { return [v] { return ZMChatRoomClientTestPeer::isValidTargetId(v); }; };
+    auto rtc = [](ZMValue v) { return [v] { return ZMChatRoomClientTestPeer::isValidRtcRoomId(v); }; };
+    auto key = [](ZMValue v) { return [v] { return ZMChatRoomClientTestPeer::isValidKey(v); }; };
+    auto value = [](ZMValue v) { return [v] { return ZMChatRoomClientTestPeer::isValidValue(v); }; };
+    auto extra = [](ZMValue v) { return [v] { return ZMChatRoomClientTestPeer::isValidNotificationExtra(v); }; };
 
     const std::vector<ValidatorCase> cases = {
         {"absent room id is not a string", target(nullptr), false, {targetIdNotString}},
@@ -74,7 +74,7 @@ TEST_F(ClientTest, ValidatorsAnswerAndWriteOneLineNamingTheFailedRule) {
     for (const auto& testCase : cases) {
         SCOPED_TRACE(testCase.name);
         core.logger().clear();
-        EXPECT_EQ(testCase.call(client), testCase.valid);
+        EXPECT_EQ(testCase.call(), testCase.valid);
         EXPECT_EQ(core.logger().lines(), testCase.lines);
     }
 }
@@ -94,7 +94,7 @@ TEST_F(ClientTest, KeyValueValidatorTestsTheKeyFirst) {
     };
     for (const auto& testCase : cases) {
         core.logger().clear();
-        EXPECT_EQ(client.isValidKey(testCase.key, testCase.value), testCase.code);
+        EXPECT_EQ(ZMChatRoomClientTestPeer::isValidKey(testCase.key, testCase.value), testCase.code);
         EXPECT_EQ(core.logger().lines().size(), testCase.lines);
     }
 }

@@ -1,10 +1,10 @@
 #include "support/ZMTestSupport.h"
 
 void ZMEventRecorder::record(std::string event) {
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        events_.push_back(std::move(event));
-    }
+    // Notified under the lock: a waiter that wakes may destroy the recorder at
+    // once, so nothing here may touch it after the lock is released.
+    std::lock_guard<std::mutex> lock(mutex_);
+    events_.push_back(std::move(event));
     changed_.notify_all();
 }
 
