@@ -131,7 +131,7 @@ protected:
     void settle() {
         for (int round = 0; round < 3; ++round) {
             client.zm_chatroom_operation_queue().sync([] {});
-            ASSERT_TRUE(core.waitUntilIdle());
+            ASSERT_TRUE(core.waitUntilIdle(30));
             client.zm__notify_chatroom_status_queue().sync([] {});
             mainQueue.drain();
         }

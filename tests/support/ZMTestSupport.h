@@ -15,7 +15,7 @@ public:
     std::vector<std::string> events() const;
     size_t count() const;
     // True once at least n events were recorded; false after the timeout.
-    bool waitForCount(size_t n, double timeoutSeconds = 5) const;
+    bool waitForCount(size_t n, double timeoutSeconds = 30) const;
     void clear();
 
 private:
