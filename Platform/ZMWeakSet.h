@@ -5,9 +5,10 @@
 #include <vector>
 
 // A set of objects that does not own its members. Membership is identity of
-// the object (two shared_ptrs to the same object, even through different base
-// classes, are one member). A member that is destroyed vanishes: it is never
-// returned again. Not synchronised: the owner guards it.
+// the object: the address it is seen at as a T (two shared_ptrs to the same
+// object, even converted from different derived types, are one member; two
+// objects that merely share an owner are two). A member that is destroyed
+// vanishes: it is never returned again. Not synchronised: the owner guards it.
 template <class T>
 class ZMWeakSet {
 public:
@@ -15,7 +16,7 @@ public:
     void add(const std::shared_ptr<T>& object) {
         if (!object) return;
         prune();
-        if (indexOf(object) == members_.size()) members_.push_back(object);
+        if (indexOf(object) == members_.size()) members_.push_back(Member{object, object.get()});
     }
     // Removes the object; null and non-members are ignored.
     void remove(const std::shared_ptr<T>& object) {
@@ -32,8 +33,8 @@ public:
     std::vector<std::shared_ptr<T>> allObjects() const {
         std::vector<std::shared_ptr<T>> live;
         live.reserve(members_.size());
-        for (const auto& weak : members_) {
-            if (auto strong = weak.lock()) live.push_back(std::move(strong));
+        for (const auto& member : members_) {
+            if (auto strong = member.weak.lock()) live.push_back(std::move(strong));
         }
         return live;
     }
@@ -42,16 +43,19 @@ public:
 private:
     size_t indexOf(const std::shared_ptr<T>& object) const {
         for (size_t i = 0; i < members_.size(); ++i) {
-            const auto& weak = members_[i];
-            if (!weak.owner_before(object) && !object.owner_before(weak) && !weak.expired()) return i;
+            if (members_[i].address == object.get() && !members_[i].weak.expired()) return i;
         }
         return members_.size();
     }
     void prune() {
         members_.erase(std::remove_if(members_.begin(), members_.end(),
-                                      [](const std::weak_ptr<T>& weak) { return weak.expired(); }),
+                                      [](const Member& member) { return member.weak.expired(); }),
                        members_.end());
     }
 
-    std::vector<std::weak_ptr<T>> members_;
+    struct Member {
+        std::weak_ptr<T> weak;
+        const T* address;  // identity only; never dereferenced
+    };
+    std::vector<Member> members_;
 };
