@@ -1,19 +1,36 @@
 #pragma once
 
-#include <atomic>
 #include <string>
 #include <thread>
+
+#include <gtest/gtest.h>
 
 #include <CoreEmulator/ZMCoreEmulator.h>
 #include <VemoIMLibCore/VemoIMLibCore.h>
 
 #include "support/ZMTestSupport.h"
 
-// A recorder that lives as long as the modules that record into it: the
-// emulator keeps loaded modules for the whole process.
-inline ZMEventRecorder& processRecorder() { return *new ZMEventRecorder(); }
+inline ZMChatRoomPSManager& service() { return ZMKernel::sharedInstance().chatRoomPSManager(); }
+inline ZMCoreEmulator& emulator() { return ZMCoreEmulator::shared(); }
 
-// A message content with one field of its own, "text", beside the base fields.
+// How a recording callback writes each kind of argument.
+inline std::string str(int64_t number) { return std::to_string(number); }
+inline std::string str(const std::string& text) { return text; }
+inline std::string str(const ZMValue& value) { return value.dump(); }
+inline std::string str(const std::vector<std::shared_ptr<ZMMessage>>& page) { return std::to_string(page.size()); }
+
+// The thread that runs the tests, where no answer, push or offer to a module may run.
+inline const std::thread::id kTestThread = std::this_thread::get_id();
+
+// A callback of any shape: records "<name>:<argument>:<argument>..." into events.
+inline auto recording(ZMEventRecorder& events, std::string name) {
+    return [&events, name](const auto&... args) {
+        EXPECT_NE(std::this_thread::get_id(), kTestThread) << name;
+        events.record((name + ... + (":" + str(args))));
+    };
+}
+
+// A received message content with one field of its own, "text", beside the base fields.
 class ZMTestPingMessage : public ZMMessageContent {
 public:
     static std::string getObjectName() { return "EMU:Ping"; }
@@ -21,36 +38,26 @@ public:
 
     void decodeWithData(const ZMData& data) override {
         auto dict = dictionaryFromJsonData(data);
-        if (!dict) {
-            setRawJSONData(data);
-            return;
-        }
+        if (!dict) return setRawJSONData(data);
         decodeBaseData(*dict);
         text = zmlib_stringForKey(*dict, "text");
     }
-    std::optional<ZMData> encode() const override {
-        if (text == "unencodable") return std::nullopt;
-        ZMValue dict = encodeBaseData();
-        zmlib_setObject(dict, text ? ZMValue(*text) : ZMValue(), "text");
-        const std::string json = dict.dump();
-        return ZMData(json.begin(), json.end());
-    }
+    std::optional<ZMData> encode() const override { return std::nullopt; }  // never sent
 
     std::optional<std::string> text;
 };
 
 // An extension module that records what the core offers it as
-// "<name>:<event>:<arguments>" into a recorder, and holds messages when told to.
+// "<name>:<event>:<arguments>", and holds messages when told to.
 class ZMTestModule : public VemoIMLibExtensionModule {
 public:
-    ZMTestModule(std::string name, ZMEventRecorder& events, bool holdsMessages)
-        : events(events), name_(std::move(name)), holdsMessages_(holdsMessages) {}
-    ~ZMTestModule() override = default;
-
-    // Loaded modules stay with the core for the whole process.
+    // Loads a new module; loaded modules stay with the core for the whole process.
     static ZMTestModule& loadNew(std::string name, ZMEventRecorder& events, bool holdsMessages = false) {
         auto* module = new ZMTestModule(std::move(name), events, holdsMessages);
-        ZMCoreEmulator::shared().loadExtensionModule([module]() -> VemoIMLibExtensionModule& { return *module; });
+        emulator().loadExtensionModule([module]() -> VemoIMLibExtensionModule& {
+            EXPECT_EQ(std::this_thread::get_id(), kTestThread);  // the loader runs on the caller's thread
+            return *module;
+        });
         return *module;
     }
 
@@ -59,26 +66,26 @@ public:
     bool didHoldReceivedMessage(const std::shared_ptr<ZMMessage>& message, bool isOffline) override {
         lastMessage = message;  // read by the test after the delivery's future is ready
         auto* ping = dynamic_cast<ZMTestPingMessage*>(message->content.get());
-        events.record(name_ + ":message:" + message->objectName + "," + message->targetId + "," +
-                      (ping ? ping->text.value_or("-") : std::string(message->content ? "other" : "none")) +
-                      (isOffline ? ",offline" : ""));
+        record("message:" + message->objectName + "," + message->targetId + "," +
+               (ping ? ping->text.value_or("-") : std::string(message->content ? "other" : "none")) +
+               (isOffline ? ",offline" : ""));
         return holdsMessages_;
     }
     void setAppKey(const std::string&) override {}
     void setConfiguration(const ZMValue&) override {}
     void setUserId(const std::string&) override {}
     void setCurrentToken(const std::string&) override {}
-    void notifyConnectionStatusChanged(int64_t status) override {
-        lastThread = std::this_thread::get_id();
-        events.record(name_ + ":status:" + std::to_string(status));
-    }
-    void notifyLogoutEvent() override { events.record(name_ + ":logout"); }
+    void notifyConnectionStatusChanged(int64_t status) override { record("status:" + std::to_string(status)); }
+    void notifyLogoutEvent() override { record("logout"); }
 
-    ZMEventRecorder& events;
-    std::atomic<std::thread::id> lastThread{};
     std::shared_ptr<ZMMessage> lastMessage;
 
 private:
+    ZMTestModule(std::string name, ZMEventRecorder& events, bool holdsMessages)
+        : events_(events), name_(std::move(name)), holdsMessages_(holdsMessages) {}
+    void record(const std::string& event) { recording(events_, name_ + ":" + event)(); }
+
+    ZMEventRecorder& events_;
     std::string name_;
     bool holdsMessages_;
 };

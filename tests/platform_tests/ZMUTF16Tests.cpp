@@ -8,15 +8,13 @@
 namespace {
 
 TEST(ZMUTF16Test, CountsUnitsOfWellFormedTextAndRejectsEveryMalformedSequence) {
-    struct Case {
+    const struct {
         const char* name;
         std::string utf8;
         std::optional<size_t> units;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"empty", "", 0},
-        {"ASCII", "abc", 3},
-        {"embedded NUL", std::string("a\0b", 3), 3},
+        {"ASCII with embedded NUL", std::string("a\0b", 3), 3},
         {"U+007F", "\x7F", 1},
         {"U+0080, first 2-byte", "\xC2\x80", 1},
         {"U+07FF, last 2-byte", "\xDF\xBF", 1},
@@ -26,28 +24,18 @@ TEST(ZMUTF16Test, CountsUnitsOfWellFormedTextAndRejectsEveryMalformedSequence) {
         {"U+FFFF, last 3-byte", "\xEF\xBF\xBF", 1},
         {"U+10000, first 4-byte", "\xF0\x90\x80\x80", 2},
         {"U+10FFFF, last code point", "\xF4\x8F\xBF\xBF", 2},
-        {"emoji between letters", "a\xF0\x9F\x98\x80z", 4},
-        {"mixed widths", "\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x91\x8D", 4},
-        {"overlong 2-byte NUL", "\xC0\x80", std::nullopt},
+        {"mixed widths", "a\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x91\x8Dz", 6},
         {"overlong 2-byte, C1 lead", "\xC1\xBF", std::nullopt},
         {"overlong 3-byte", "\xE0\x9F\xBF", std::nullopt},
         {"overlong 4-byte", "\xF0\x8F\xBF\xBF", std::nullopt},
         {"surrogate U+D800", "\xED\xA0\x80", std::nullopt},
         {"surrogate U+DFFF", "\xED\xBF\xBF", std::nullopt},
-        {"surrogate pair encoded as two 3-byte forms", "\xED\xA0\xBD\xED\xB8\x80", std::nullopt},
         {"U+110000", "\xF4\x90\x80\x80", std::nullopt},
-        {"F5 lead", "\xF5\x80\x80\x80", std::nullopt},
-        {"FF byte", "a\xFF", std::nullopt},
         {"lone continuation", "\x80", std::nullopt},
         {"truncated 2-byte at end", "ab\xC3", std::nullopt},
-        {"truncated 3-byte", "\xE2\x82", std::nullopt},
-        {"truncated 4-byte", "\xF0\x9F\x98", std::nullopt},
         {"continuation replaced by ASCII", "\xE2\x82" "a", std::nullopt},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(ZMUTF16::length(c.utf8), c.units);
-    }
+    for (const auto& c : cases) EXPECT_EQ(ZMUTF16::length(c.utf8), c.units) << c.name;
 }
 
 }  // namespace
