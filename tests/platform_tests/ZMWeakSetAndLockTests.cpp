@@ -51,6 +51,16 @@ TEST(ZMWeakSetTest, MembershipIsObjectIdentityThroughAnyBaseClass) {
     set.remove(viaCast);
     EXPECT_EQ(set.count(), 0u);
     EXPECT_FALSE(set.contains(listener));
+
+    // Two objects that share one owner are still two members.
+    auto pair = std::make_shared<std::pair<Listener, Listener>>();
+    std::shared_ptr<Observer> first(pair, &pair->first);
+    std::shared_ptr<Observer> second(pair, &pair->second);
+    set.add(first);
+    set.add(second);
+    set.remove(second);
+    EXPECT_TRUE(set.contains(first));
+    EXPECT_EQ(set.count(), 1u);
 }
 
 // Whether another thread finds the lock taken.
