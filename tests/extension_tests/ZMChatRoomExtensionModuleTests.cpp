@@ -1,25 +1,14 @@
 #include <algorithm>
-#include <atomic>
 #include <chrono>
-#include <functional>
 #include <future>
-#include <memory>
-#include <mutex>
-#include <optional>
-#include <ostream>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
 #include <CoreEmulator/ZMCoreEmulator.h>
 #include <Platform/ZMMainQueue.h>
 #include <ZMChatRoom/Extension/ZMChatRoomExtensionModule.h>
-#include <ZMChatRoom/Messages/ZMChatRoomMemberActionMessage.h>
 #include <ZMChatRoom/Messages/ZMChatRoomMemberBanMessage.h>
-#include <ZMChatRoom/Messages/ZMChatRoomMemberBlockMessage.h>
-#include <ZMChatRoom/Messages/ZMChatRoomSyncMessage.h>
 #include <ZMChatRoom/Messages/ZMChatroomKVNotificationMessage.h>
 #include <ZMChatRoom/ZMChatRoomClient.h>
 
@@ -27,75 +16,36 @@
 
 namespace {
 
-using namespace std::chrono_literals;
-
 const std::string kModuleTag = "ZMChatRoomExtensionModule.cpp";
-const std::string kLoadLine = "ZMChatRoomExtensionModule loadVemoExtensionModule";
 
-std::atomic<std::thread::id> gTestThread;
+ZMChatRoomClient& client() { return ZMChatRoomClient::sharedChatRoomClient(); }
+ZMCoreEmulator& core() { return ZMCoreEmulator::shared(); }
+ZMValue text(const std::optional<std::string>& value) { return value ? ZMValue(*value) : ZMValue(); }
 
-// ---- Observers --------------------------------------------------------------
-
-// Records every callback as one line of text, and counts the callbacks made on
-// the test's own thread (routing of delivered messages must happen on the
-// core's callback thread).
-class RecordingObserver : public ZMChatRoomMemberDelegate, public ZMChatRoomNotifyEventDelegate {
+// Records every callback as one line of text; after recording a notify event
+// it runs its hook, if any, on the event's extra.
+class RecordingObserver : public ZMChatRoomMemberDelegate,
+                          public ZMChatRoomNotifyEventDelegate,
+                          public ZMChatRoomStatusDelegate {
 public:
     void memberDidChange(const std::vector<std::shared_ptr<ZMChatRoomMemberAction>>& members,
                          const std::string& chatroomId) override {
-        note("list:" + chatroomId + ":" + actions(members));
+        events.record("list:" + chatroomId + ":" + actions(members));
     }
-    void memberDidChange(const std::shared_ptr<ZMChatRoomMemberActionModel>& model) override {
-        note("model:" + model->roomId + ":" + std::to_string(model->memberCount) + ":" +
-             actions(model->chatRoomMemberActions));
+    void memberDidChange(const std::shared_ptr<ZMChatRoomMemberActionModel>& m) override {
+        events.record("model:" + m->roomId + ":" + std::to_string(m->memberCount) + ":" + actions(m->chatRoomMemberActions));
     }
     void chatRoomNotifyMultiLoginSync(const std::shared_ptr<ZMChatRoomSyncEvent>& e) override {
-        note("sync:" + e->chatroomId.value_or("-") + ":" + std::to_string(e->status) + ":" +
-             std::to_string(e->reason) + ":" + std::to_string(e->time) + ":" + e->extra.value_or("-"));
+        notify("sync:", *e, {text(e->chatroomId), e->status, e->reason, e->time, text(e->extra)});
     }
     void chatRoomNotifyBlock(const std::shared_ptr<ZMChatRoomMemberBlockEvent>& e) override {
-        note("block:" + e->chatroomId.value_or("-") + ":" + std::to_string(e->operateType) + ":" +
-             std::to_string(e->durationTime) + ":" + std::to_string(e->operateTime) + ":" +
-             e->userIdList.dump() + ":" + e->extra.value_or("-"));
+        notify("block:", *e,
+               {text(e->chatroomId), e->operateType, e->durationTime, e->operateTime, e->userIdList, text(e->extra)});
     }
     void chatRoomNotifyBan(const std::shared_ptr<ZMChatRoomMemberBanEvent>& e) override {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            bans_.push_back(e);
-        }
-        note("ban:" + e->chatroomId.value_or("-") + ":" + std::to_string(e->banType) + ":" +
-             std::to_string(e->durationTime) + ":" + std::to_string(e->operateTime) + ":" +
-             e->userIdList.dump() + ":" + e->extra.value_or("-"));
+        notify("ban:", *e,
+               {text(e->chatroomId), e->banType, e->durationTime, e->operateTime, e->userIdList, text(e->extra)});
     }
-
-    std::vector<std::shared_ptr<ZMChatRoomMemberBanEvent>> bans() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return bans_;
-    }
-
-    ZMEventRecorder events;
-    std::atomic<int> callsOnTestThread{0};
-
-private:
-    static std::string actions(const std::vector<std::shared_ptr<ZMChatRoomMemberAction>>& list) {
-        std::string text;
-        for (const auto& action : list) {
-            if (!text.empty()) text += ",";
-            text += action->memberId.value_or("-") + "/" + std::to_string(action->action);
-        }
-        return text;
-    }
-    void note(std::string event) {
-        if (std::this_thread::get_id() == gTestThread.load()) ++callsOnTestThread;
-        events.record(std::move(event));
-    }
-
-    mutable std::mutex mutex_;
-    std::vector<std::shared_ptr<ZMChatRoomMemberBanEvent>> bans_;
-};
-
-class RecordingStatusObserver : public ZMChatRoomStatusDelegate {
-public:
     void onChatRoomJoining(const std::string& id) override { events.record("joining:" + id); }
     void onChatRoomJoined(const std::string& id, const std::shared_ptr<ZMJoinChatRoomResponse>&) override {
         events.record("joined:" + id);
@@ -103,374 +53,234 @@ public:
     void onChatRoomJoinFailed(const std::string& id, int32_t code) override {
         events.record("failed:" + id + ":" + std::to_string(code));
     }
+
     ZMEventRecorder events;
+    std::function<void(std::optional<std::string>& extra)> hook;
+
+private:
+    static std::string actions(const std::vector<std::shared_ptr<ZMChatRoomMemberAction>>& list) {
+        ZMValue pairs = ZMValue::array();
+        for (const auto& action : list) pairs.push_back({text(action->memberId), action->action});
+        return pairs.dump();
+    }
+    template <class Event>
+    void notify(const std::string& kind, Event& event, const ZMValue& fields) {
+        events.record(kind + fields.dump());
+        if (hook) hook(event.extra);
+    }
 };
 
-// ---- Payloads ---------------------------------------------------------------
-
-const char* const kMemberPayload =
-    R"({"userList":[{"userId":"u1","status":1},{"userId":"u2","status":3}],"memberCount":12})";
-const char* const kSyncPayload = R"({"chatroomId":"room-7","status":1,"reason":2,"time":1700000000123,"extra":"e"})";
-const char* const kBlockPayload =
-    R"({"chatroomId":"room-7","operateType":1,"durationTime":60,"operateTime":1700000000456,"userList":["u1"],"extra":"e"})";
-const char* const kBanPayload =
-    R"({"chatroomId":"room-7","operateType":0,"durationTime":30,"operateTime":1700000000789,"userList":["u1","u2"],"extra":"x"})";
-
-// ---- Helpers ----------------------------------------------------------------
-
-ZMChatRoomClient& client() { return ZMChatRoomClient::sharedChatRoomClient(); }
+const char* const kMemberPayload = R"({"userList":[{"userId":"u1","status":1},{"userId":"u2","status":3}],"memberCount":12})";
 
 // Loads the module the way the core does and returns the module it got.
 ZMChatRoomExtensionModule* loadThroughEmulator() {
     ZMChatRoomExtensionModule* loaded = nullptr;
-    ZMCoreEmulator::shared().loadExtensionModule([&loaded]() -> VemoIMLibExtensionModule& {
-        loaded = &ZMChatRoomExtensionModule::loadVemoExtensionModule();
-        return *loaded;
-    });
+    core().loadExtensionModule(
+        [&]() -> VemoIMLibExtensionModule& { return *(loaded = &ZMChatRoomExtensionModule::loadVemoExtensionModule()); });
     return loaded;
 }
 
-// Delivers a message through the core and waits for its routing to finish.
-std::optional<bool> deliver(const std::string& objectName, const std::string& payload,
-                            const std::string& targetId, bool offline = false) {
-    auto held = ZMCoreEmulator::shared().deliverMessage(objectName, payload, targetId, offline);
-    if (held.wait_for(5s) != std::future_status::ready) return std::nullopt;
+// Delivers a message through the core (on its callback thread) and waits for
+// the routing to finish; nullopt if it does not.
+std::optional<bool> deliver(const std::string& objectName, const std::string& payload, bool offline = false) {
+    auto held = core().deliverMessage(objectName, payload, "room-7", offline);
+    if (held.wait_for(std::chrono::seconds(5)) != std::future_status::ready) return std::nullopt;
     return held.get();
 }
 
 // Lets everything already started run to its end: connection changes and
 // answers of the core, queued operations and status announcements.
 void flush() {
-    ASSERT_TRUE(ZMCoreEmulator::shared().waitUntilIdle());
+    ASSERT_TRUE(core().waitUntilIdle());
     client().zm_chatroom_operation_queue().sync([] {});
-    ASSERT_TRUE(ZMCoreEmulator::shared().waitUntilIdle());
+    ASSERT_TRUE(core().waitUntilIdle());
     client().zm__notify_chatroom_status_queue().sync([] {});
-}
-
-std::vector<std::string> linesWithText(const std::string& text) {
-    std::vector<std::string> found;
-    for (const auto& line : ZMCoreEmulator::shared().logger().lines()) {
-        if (line.text == text) found.push_back(line.tag + "|" + std::to_string(line.level) + "|" +
-                                               std::to_string(line.type));
-    }
-    return found;
 }
 
 class ExtensionModuleTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        gTestThread = std::this_thread::get_id();
-        module_ = loadThroughEmulator();
-        ASSERT_NE(module_, nullptr);
+        ASSERT_NE(loadThroughEmulator(), nullptr);
         flush();
     }
-
-    ZMChatRoomExtensionModule* module_ = nullptr;
 };
 
-// ---- Loading ----------------------------------------------------------------
-
-TEST_F(ExtensionModuleTest, SecondLoadReturnsSameModuleLogsAgainAndRegistersNothingMore) {
-    EXPECT_EQ(loadThroughEmulator(), module_);
+// The process's first loads race on several threads, then the core loads the
+// module too: one module, one registration in order, one line per call.
+TEST(ExtensionModuleLoadTest, LoadsOnceLogsEveryCallAndRegistersInOrder) {
+    std::vector<ZMChatRoomExtensionModule*> loaded(4, nullptr);
+    std::vector<std::thread> threads;
+    for (auto& slot : loaded) threads.emplace_back([&slot] { slot = &ZMChatRoomExtensionModule::loadVemoExtensionModule(); });
+    for (auto& thread : threads) thread.join();
+    loaded.push_back(loadThroughEmulator());
+    for (auto* module : loaded) EXPECT_EQ(module, loaded[0]);
     flush();
 
-    const std::string expectedLine = kModuleTag + "|4|1024";
-    EXPECT_EQ(linesWithText(kLoadLine), (std::vector<std::string>{expectedLine, expectedLine}));
-
-    const std::vector<ZMMessageClass> expected = {
-        ZMMessageClass::of<ZMChatroomKVNotificationMessage>(), ZMMessageClass::of<ZMChatRoomMemberActionMessage>(),
-        ZMMessageClass::of<ZMChatRoomSyncMessage>(), ZMMessageClass::of<ZMChatRoomMemberBlockMessage>(),
-        ZMMessageClass::of<ZMChatRoomMemberBanMessage>()};
-    auto registered = ZMCoreEmulator::shared().registeredMessageTypes();
+    EXPECT_EQ(core().logger().linesWithTag(kModuleTag),
+              std::vector<ZMLogLine>(5, {4, 1024, kModuleTag, "ZMChatRoomExtensionModule loadVemoExtensionModule"}));
+    const auto registered = core().registeredMessageTypes();
     std::vector<std::string> names;
-    for (const auto& messageClass : registered) names.push_back(messageClass.getObjectName());
-    EXPECT_EQ(names, (std::vector<std::string>{"ZM:chrmKVNotiMsg", "ZM:ChrmMemChange", "ZM:ChrmSyncMsg",
-                                               "ZM:ChrmBlockMsg", "ZM:ChrmBanMsg"}));
-    EXPECT_TRUE(registered == expected);
-    EXPECT_TRUE(module_->chatRoomMessageTypeList() == expected);
-
+    for (const auto& c : registered) names.push_back(c.getObjectName() + ":" + std::to_string(c.persistentFlag()));
+    EXPECT_EQ(names, (std::vector<std::string>{"ZM:chrmKVNotiMsg:0", "ZM:ChrmMemChange:16", "ZM:ChrmSyncMsg:16",
+                                               "ZM:ChrmBlockMsg:16", "ZM:ChrmBanMsg:16"}));
+    EXPECT_TRUE(loaded[0]->chatRoomMessageTypeList() == registered);
+    EXPECT_TRUE(loaded[0]->getSignalMessageClassList() ==
+                std::vector<ZMMessageClass>{ZMMessageClass::of<ZMChatroomKVNotificationMessage>()});
     // The client was wired to the core exactly once.
-    EXPECT_EQ(ZMCoreEmulator::shared().requests("initChatRoomListener").size(), 1u);
-    EXPECT_EQ(ZMCoreEmulator::shared().requests("setChatRoomPSListener").size(), 1u);
-    EXPECT_TRUE(ZMCoreEmulator::shared().isPushListening());
-}
-
-TEST(ExtensionModuleLoadTest, ConcurrentFirstLoadsCreateOneModule) {
-    constexpr int kThreads = 4;
-    const size_t linesBefore = linesWithText(kLoadLine).size();
-    std::vector<ZMChatRoomExtensionModule*> loaded(kThreads, nullptr);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-        threads.emplace_back([&loaded, i] { loaded[i] = &ZMChatRoomExtensionModule::loadVemoExtensionModule(); });
-    }
-    for (auto& thread : threads) thread.join();
-
-    for (auto* module : loaded) EXPECT_EQ(module, loaded[0]);
-    EXPECT_EQ(ZMCoreEmulator::shared().registeredMessageTypes().size(), 5u);
-    EXPECT_EQ(linesWithText(kLoadLine).size(), linesBefore + kThreads);
-}
-
-TEST_F(ExtensionModuleTest, SignalMessageClassListHoldsOnlyTheKVNotification) {
-    auto classes = module_->getSignalMessageClassList();
-    ASSERT_EQ(classes.size(), 1u);
-    EXPECT_TRUE(classes[0] == ZMMessageClass::of<ZMChatroomKVNotificationMessage>());
-    EXPECT_EQ(classes[0].getObjectName(), "ZM:chrmKVNotiMsg");
-}
-
-// ---- Inbound routing ---------------------------------------------------------
-
-struct RoutingCase {
-    const char* name;
-    std::string objectName;
-    std::string payload;
-    bool offline;
-    bool held;
-    std::vector<std::string> events;
-};
-
-TEST_F(ExtensionModuleTest, DeliveredMessagesAreRoutedByTheirClass) {
-    const std::string members = "u1/1,u2/3";
-    const std::vector<RoutingCase> cases = {
-        {"member change", "ZM:ChrmMemChange", kMemberPayload, false, true,
-         {"list:room-7:" + members, "model:room-7:12:" + members}},
-        {"member change offline", "ZM:ChrmMemChange", kMemberPayload, true, true,
-         {"list:room-7:" + members, "model:room-7:12:" + members}},
-        {"sync", "ZM:ChrmSyncMsg", kSyncPayload, false, true, {"sync:room-7:1:2:1700000000123:e"}},
-        {"block", "ZM:ChrmBlockMsg", kBlockPayload, true, true,
-         {R"(block:room-7:1:60:1700000000456:["u1"]:e)"}},
-        {"ban", "ZM:ChrmBanMsg", kBanPayload, false, true, {R"(ban:room-7:0:30:1700000000789:["u1","u2"]:x)"}},
-        {"KV notification", "ZM:chrmKVNotiMsg", R"({"type":1,"key":"k","value":"v"})", false, false, {}},
-        {"unknown object name", "ZM:SomethingElse", R"({"chatroomId":"room-7"})", false, false, {}},
-    };
-
-    auto observer = std::make_shared<RecordingObserver>();
-    client().setMemberDelegate(observer);
-    client().addChatRoomNotifyEventDelegate(observer);
-
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        observer->events.clear();
-        EXPECT_EQ(deliver(c.objectName, c.payload, "room-7", c.offline), std::optional<bool>(c.held));
-        EXPECT_EQ(observer->events.events(), c.events);
-    }
-    EXPECT_EQ(observer->callsOnTestThread.load(), 0);
+    EXPECT_EQ(core().requests("initChatRoomListener").size(), 1u);
+    EXPECT_EQ(core().requests("setChatRoomPSListener").size(), 1u);
 }
 
 struct DerivedBanMessage : ZMChatRoomMemberBanMessage {};
 
-TEST_F(ExtensionModuleTest, DirectOffersWithMissingOrForeignContentAreNotHeld) {
-    auto messageWith = [](std::shared_ptr<ZMMessageContent> content) {
-        auto message = std::make_shared<ZMMessage>();
-        message->content = std::move(content);
-        message->targetId = "room-9";
-        return message;
-    };
-    auto derivedBan = std::make_shared<DerivedBanMessage>();
-    derivedBan->chatroomId = "room-9";
-    derivedBan->banType = 2;
+TEST_F(ExtensionModuleTest, DestroyedModuleStillRoutesMessagesByTheirClass) {
+    auto& module = ZMChatRoomExtensionModule::loadVemoExtensionModule();
 
-    struct DirectCase {
-        const char* name;
-        std::shared_ptr<ZMMessage> message;
-        bool held;
-        std::vector<std::string> events;
-    };
-    const std::vector<DirectCase> cases = {
-        {"null message", nullptr, false, {}},
-        {"null content", messageWith(nullptr), false, {}},
-        {"KV notification content", messageWith(std::make_shared<ZMChatroomKVNotificationMessage>()), false, {}},
-        {"subclass of the ban message", messageWith(derivedBan), true, {"ban:room-9:2:0:0:null:-"}},
-    };
-
-    auto observer = std::make_shared<RecordingObserver>();
-    client().setMemberDelegate(observer);
-    client().addChatRoomNotifyEventDelegate(observer);
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        observer->events.clear();
-        EXPECT_EQ(module_->didHoldReceivedMessage(c.message, false), c.held);
-        EXPECT_EQ(observer->events.events(), c.events);
-    }
-}
-
-TEST_F(ExtensionModuleTest, MemberChangeIsHeldWithoutALiveMemberObserver) {
-    EXPECT_EQ(deliver("ZM:ChrmMemChange", kMemberPayload, "room-7"), std::optional<bool>(true));
-
-    auto observer = std::make_shared<RecordingObserver>();
-    client().setMemberDelegate(observer);
-    std::weak_ptr<RecordingObserver> weak = observer;
-    observer.reset();
-    ASSERT_TRUE(weak.expired());
+    // Member changes are held without a member observer, which is held weakly.
+    client().setMemberDelegate(std::make_shared<RecordingObserver>());
     EXPECT_EQ(client().memberDelegate(), nullptr);
-    EXPECT_EQ(deliver("ZM:ChrmMemChange", kMemberPayload, "room-7"), std::optional<bool>(true));
-}
+    EXPECT_EQ(deliver("ZM:ChrmMemChange", kMemberPayload), std::optional<bool>(true));
 
-TEST_F(ExtensionModuleTest, EveryBanObserverGetsItsOwnEqualEvent) {
-    auto first = std::make_shared<RecordingObserver>();
-    auto second = std::make_shared<RecordingObserver>();
-    client().addChatRoomNotifyEventDelegate(first);
-    client().addChatRoomNotifyEventDelegate(second);
+    struct Case { std::string objectName, payload; bool offline, held; std::vector<std::string> events; };
+    const std::string members = R"(:[["u1",1],["u2",3]])";
+    const std::vector<Case> cases = {
+        {"ZM:ChrmMemChange", kMemberPayload, false, true, {"list:room-7" + members, "model:room-7:12" + members}},
+        {"ZM:ChrmMemChange", kMemberPayload, true, true, {"list:room-7" + members, "model:room-7:12" + members}},
+        {"ZM:ChrmSyncMsg", R"({"chatroomId":"room-7","status":1,"reason":2,"time":1700000000123,"extra":"e"})", false,
+         true, {R"(sync:["room-7",1,2,1700000000123,"e"])"}},
+        {"ZM:ChrmBlockMsg",
+         R"({"chatroomId":"room-7","operateType":1,"durationTime":60,"operateTime":1700000000456,"userList":["u1"],"extra":"e"})",
+         true, true, {R"(block:["room-7",1,60,1700000000456,["u1"],"e"])"}},
+        {"ZM:ChrmBanMsg",
+         R"({"chatroomId":"room-7","operateType":2,"durationTime":30,"operateTime":1700000000789,"userList":["u1","u2"],"extra":"x"})",
+         false, true, {R"(ban:["room-7",2,30,1700000000789,["u1","u2"],"x"])"}},
+        {"ZM:chrmKVNotiMsg", R"({"type":1,"key":"k","value":"v"})", false, false, {}},
+        {"ZM:SomethingElse", R"({"chatroomId":"room-7"})", false, false, {}},
+    };
 
-    EXPECT_EQ(deliver("ZM:ChrmBanMsg", kBanPayload, "room-7"), std::optional<bool>(true));
+    // Each observer gets an event of its own: both tamper with every event
+    // they got, and neither sees the other's change.
+    auto observer = std::make_shared<RecordingObserver>();
+    auto other = std::make_shared<RecordingObserver>();
+    observer->hook = other->hook = [](std::optional<std::string>& extra) { extra = "tampered"; };
+    client().setMemberDelegate(observer);
+    client().addChatRoomNotifyEventDelegate(other);
+    client().addChatRoomNotifyEventDelegate(observer);
+    // Destroying the module unloads nothing: it goes on routing to the same observers.
+    core().logger().clear();
+    module.setAppKey("key-1");
+    module.destroyModule();
+    EXPECT_EQ(core().logger().lines(),
+              (std::vector<ZMLogLine>{{4, 1024, kModuleTag, "ZMChatRoomExtensionModule setAppKey = key-1"},
+                                      {4, 1024, kModuleTag, "ZMChatRoomExtensionModule destroyModule"}}));
 
-    ASSERT_EQ(first->bans().size(), 1u);
-    ASSERT_EQ(second->bans().size(), 1u);
-    EXPECT_NE(first->bans()[0], second->bans()[0]);
-    EXPECT_EQ(first->events.events(), second->events.events());
-    EXPECT_EQ(first->events.events(),
-              (std::vector<std::string>{R"(ban:room-7:0:30:1700000000789:["u1","u2"]:x)"}));
-}
+    // Offered directly: no message or no content is not held; a subclass of a
+    // routed class is routed as that class.
+    EXPECT_FALSE(module.didHoldReceivedMessage(nullptr, false));
+    auto message = std::make_shared<ZMMessage>();
+    EXPECT_FALSE(module.didHoldReceivedMessage(message, false));
+    message->content = std::make_shared<DerivedBanMessage>();
+    EXPECT_TRUE(module.didHoldReceivedMessage(message, false));
+    EXPECT_EQ(observer->events.events(), std::vector<std::string>{"ban:[null,0,0,0,null,null]"});
 
-// Removes itself and registers a newcomer from inside its first callback.
-class SelfRemovingObserver : public ZMChatRoomNotifyEventDelegate,
-                             public std::enable_shared_from_this<SelfRemovingObserver> {
-public:
-    void chatRoomNotifyBlock(const std::shared_ptr<ZMChatRoomMemberBlockEvent>&) override {
-        events.record("self-removing");
-        client().removeChatRoomNotifyEventDelegate(shared_from_this());
-        client().addChatRoomNotifyEventDelegate(newcomer);
+    for (const auto& c : cases) {
+        observer->events.clear();
+        EXPECT_EQ(deliver(c.objectName, c.payload, c.offline), std::optional<bool>(c.held)) << c.objectName << c.offline;
+        EXPECT_EQ(observer->events.events(), c.events) << c.objectName << c.offline;
     }
-    std::shared_ptr<RecordingObserver> newcomer = std::make_shared<RecordingObserver>();
-    ZMEventRecorder events;
-};
+    EXPECT_EQ(other->events.count(), 4u);
+    for (const auto& event : other->events.events()) EXPECT_EQ(event.find("tampered"), std::string::npos) << event;
+}
 
+// An observer removes itself and registers a newcomer from inside its first
+// callback: the walk in progress still reaches the bystander, not the newcomer.
 TEST_F(ExtensionModuleTest, ObserverChangesDuringDeliveryDoNotDisturbTheWalk) {
-    auto remover = std::make_shared<SelfRemovingObserver>();
+    auto remover = std::make_shared<RecordingObserver>();
     auto bystander = std::make_shared<RecordingObserver>();
+    auto newcomer = std::make_shared<RecordingObserver>();
+    remover->hook = [weak = std::weak_ptr<RecordingObserver>(remover), newcomer](std::optional<std::string>&) {
+        client().removeChatRoomNotifyEventDelegate(weak.lock());
+        client().addChatRoomNotifyEventDelegate(newcomer);
+    };
     client().addChatRoomNotifyEventDelegate(remover);
     client().addChatRoomNotifyEventDelegate(bystander);
 
-    EXPECT_EQ(deliver("ZM:ChrmBlockMsg", kBlockPayload, "room-7"), std::optional<bool>(true));
-    EXPECT_EQ(remover->events.count(), 1u);
-    EXPECT_EQ(bystander->events.count(), 1u);
-    EXPECT_EQ(remover->newcomer->events.count(), 0u);
-
-    EXPECT_EQ(deliver("ZM:ChrmBlockMsg", kBlockPayload, "room-7"), std::optional<bool>(true));
-    EXPECT_EQ(remover->events.count(), 1u);
-    EXPECT_EQ(bystander->events.count(), 2u);
-    EXPECT_EQ(remover->newcomer->events.count(), 1u);
-}
-
-// ---- Life cycle calls ---------------------------------------------------------
-
-TEST_F(ExtensionModuleTest, LifeCycleCallsWriteOnlyTheirOwnLines) {
-    struct LifeCycleCase {
-        const char* name;
-        std::function<void(ZMChatRoomExtensionModule&)> call;
-        std::vector<ZMLogLine> lines;
-    };
-    const std::vector<LifeCycleCase> cases = {
-        {"setAppKey", [](auto& m) { m.setAppKey("key-1"); },
-         {{4, 1024, kModuleTag, "ZMChatRoomExtensionModule setAppKey = key-1"}}},
-        {"destroyModule", [](auto& m) { m.destroyModule(); },
-         {{4, 1024, kModuleTag, "ZMChatRoomExtensionModule destroyModule"}}},
-        {"setUserId", [](auto& m) { m.setUserId("user-1"); }, {}},
-        {"setCurrentToken", [](auto& m) { m.setCurrentToken("token"); }, {}},
-        {"setConfiguration", [](auto& m) { m.setConfiguration(ZMValue{{"a", 1}}); }, {}},
-        {"setDeviceToken", [](auto& m) { m.setDeviceToken("device"); }, {}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        ZMCoreEmulator::shared().logger().clear();
-        c.call(*module_);
-        EXPECT_EQ(ZMCoreEmulator::shared().logger().lines(), c.lines);
+    for (size_t round = 1; round <= 2; ++round) {
+        EXPECT_EQ(deliver("ZM:ChrmBlockMsg", "{}"), std::optional<bool>(true));
+        EXPECT_EQ(remover->events.count(), 1u);
+        EXPECT_EQ(bystander->events.count(), round);
+        EXPECT_EQ(newcomer->events.count(), round - 1);
     }
-    EXPECT_FALSE(module_->isAudioHolding().has_value());
-    EXPECT_FALSE(module_->isCameraHolding().has_value());
-
-    // destroyModule unloaded nothing: types stay registered and routing works.
-    EXPECT_EQ(ZMCoreEmulator::shared().registeredMessageTypes().size(), 5u);
-    auto observer = std::make_shared<RecordingObserver>();
-    client().addChatRoomNotifyEventDelegate(observer);
-    EXPECT_EQ(deliver("ZM:ChrmSyncMsg", kSyncPayload, "room-7"), std::optional<bool>(true));
-    EXPECT_EQ(observer->events.count(), 1u);
 }
 
-// ---- Connection status and logout ---------------------------------------------
-
-struct ConnectionCase {
+// A connection status (nullopt: a logout) offered to the module, and what it
+// leads to from two cached rooms.
+struct SessionCase {
     const char* name;
-    int64_t status;
+    std::optional<int64_t> status;
     bool timerRunningBefore;
     std::vector<std::string> rejoinRequests;  // "room id:useCacheTime"
     std::vector<std::string> announcements;   // sorted
-    size_t timersAfter;
+    size_t timersAfter, roomsAfter;
 };
 
-void PrintTo(const ConnectionCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const SessionCase& c, std::ostream* os) { *os << c.name; }
 
-class ConnectionStatusTest : public ExtensionModuleTest, public ::testing::WithParamInterface<ConnectionCase> {
+class ExtensionSessionTest : public ExtensionModuleTest, public ::testing::WithParamInterface<SessionCase> {
 protected:
-    // Two cached rooms: "room-ok" joined, "room-failed" failed with a code
-    // after which the room is kept for rejoining.
+    // "room-ok" joined, "room-failed" failed with a code after which the room
+    // is kept for rejoining.
     void SetUp() override {
         ExtensionModuleTest::SetUp();
         if (HasFatalFailure()) return;
-        auto& emulator = ZMCoreEmulator::shared();
-        emulator.setRule("joinChatroom", [](const ZMCoreRequest& request) -> std::optional<ZMCoreAnswer> {
-            if (request.arguments.value("chatroomId", "") == "room-ok") return ZMCoreAnswer::success();
-            return ZMCoreAnswer::failure(23411);
-        });
         client().addChatRoomStatusDelegate(statusObserver_);
         client().joinChatRoom("room-ok", 10, {}, {});
+        flush();
+        core().setRule("joinChatroom", ZMCoreAnswer::failure(23411));
         client().joinChatRoom("room-failed", 10, {}, {});
         flush();
         ASSERT_EQ(client().cacheChatRoomDict().count(), 2u);
+        ZMMainQueue::shared().drain();  // the rejoin timer starts
+        if (!GetParam().timerRunningBefore) client().stopChatRoomRejoinTimer();
         ZMMainQueue::shared().drain();
-        if (!GetParam().timerRunningBefore) {
-            client().stopChatRoomRejoinTimer();
-            ZMMainQueue::shared().drain();
-        }
         ASSERT_EQ(ZMMainQueue::shared().activeTimerCount(), GetParam().timerRunningBefore ? 1u : 0u);
-        emulator.clearRequests();
+        core().clearRequests();
         statusObserver_->events.clear();
     }
 
-    std::shared_ptr<RecordingStatusObserver> statusObserver_ = std::make_shared<RecordingStatusObserver>();
+    std::shared_ptr<RecordingObserver> statusObserver_ = std::make_shared<RecordingObserver>();
 };
 
-TEST_P(ConnectionStatusTest, StatusChangeDrivesRejoinResetAndTimer) {
+TEST_P(ExtensionSessionTest, DrivesRejoinResetTimerAndCache) {
     const auto& c = GetParam();
-    ZMCoreEmulator::shared().setConnectionStatus(c.status);
+    c.status ? core().setConnectionStatus(*c.status) : core().logout();
     flush();
     ZMMainQueue::shared().drain();
 
     std::vector<std::string> rejoins;
-    for (const auto& request : ZMCoreEmulator::shared().requests("joinChatroom")) {
-        rejoins.push_back(request.arguments.value("chatroomId", "") + ":" +
-                          (request.arguments.value("useCacheTime", false) ? "true" : "false"));
+    for (const auto& request : core().requests("joinChatroom")) {
+        rejoins.push_back(request.arguments.value("chatroomId", "") + ":" + request.arguments.at("useCacheTime").dump());
     }
     EXPECT_EQ(rejoins, c.rejoinRequests);
+    EXPECT_TRUE(core().requests("quitChatroom").empty());
     auto announcements = statusObserver_->events.events();
     std::sort(announcements.begin(), announcements.end());
     EXPECT_EQ(announcements, c.announcements);
     EXPECT_EQ(ZMMainQueue::shared().activeTimerCount(), c.timersAfter);
+    EXPECT_EQ(client().cacheChatRoomDict().count(), c.roomsAfter);
+    if (!c.status) { EXPECT_EQ(client().syncKVChatRoomDict().count(), 0u); }
 }
+
+const std::vector<std::string> kBothFailed = {"failed:room-failed:-1", "failed:room-ok:-1"};
 
 INSTANTIATE_TEST_SUITE_P(
-    Statuses, ConnectionStatusTest,
+    Statuses, ExtensionSessionTest,
     ::testing::Values(
-        ConnectionCase{"Connected", 0, false, {"room-failed:true"},
-                       {"failed:room-failed:23411", "joining:room-failed"}, 1},
-        ConnectionCase{"Lost1", 1, true, {}, {"failed:room-failed:-1", "failed:room-ok:-1"}, 0},
-        ConnectionCase{"Lost13", 13, true, {}, {"failed:room-failed:-1", "failed:room-ok:-1"}, 0},
-        ConnectionCase{"LostMinus1", -1, true, {}, {"failed:room-failed:-1", "failed:room-ok:-1"}, 0},
-        ConnectionCase{"Other2", 2, true, {}, {}, 0},
-        ConnectionCase{"OtherMinus2", -2, true, {}, {}, 0}),
-    [](const ::testing::TestParamInfo<ConnectionCase>& info) { return std::string(info.param.name); });
-
-TEST_F(ExtensionModuleTest, LogoutForgetsEveryRoomWithoutQuitting) {
-    client().joinChatRoom("room-a", 10, {}, {});
-    client().joinChatRoom("room-b", 10, {}, {});
-    flush();
-    ASSERT_EQ(client().cacheChatRoomDict().count(), 2u);
-
-    ZMCoreEmulator::shared().logout();
-    flush();
-
-    EXPECT_EQ(client().cacheChatRoomDict().count(), 0u);
-    EXPECT_EQ(client().syncKVChatRoomDict().count(), 0u);
-    EXPECT_TRUE(ZMCoreEmulator::shared().requests("quitChatroom").empty());
-}
+        SessionCase{"Connected", 0, false, {"room-failed:true"}, {"failed:room-failed:23411", "joining:room-failed"},
+                    1, 2},
+        SessionCase{"Lost1", 1, true, {}, kBothFailed, 0, 2}, SessionCase{"Lost13", 13, true, {}, kBothFailed, 0, 2},
+        SessionCase{"LostMinus1", -1, true, {}, kBothFailed, 0, 2}, SessionCase{"Other2", 2, true, {}, {}, 0, 2},
+        SessionCase{"OtherMinus2", -2, true, {}, {}, 0, 2}, SessionCase{"Logout", std::nullopt, false, {}, {}, 0, 0}),
+    [](const ::testing::TestParamInfo<SessionCase>& info) { return std::string(info.param.name); });
 
 }  // namespace
