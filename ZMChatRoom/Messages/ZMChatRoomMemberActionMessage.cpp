@@ -1,17 +1,12 @@
 #include <ZMChatRoom/Messages/ZMChatRoomMemberActionMessage.h>
 
-#include <Platform/ZMJSONSerialization.h>
-#include <Platform/ZMPlatformException.h>
 #include <VemoIMLibCore/ZMDictionaryReaders.h>
+#include <ZMChatRoom/Messages/ZMChatRoomMessageCodec.h>
 
 void ZMChatRoomMemberActionMessage::decodeWithData(const ZMData& data) {
-    std::optional<ZMValue> dict = ZMMessageContent::dictionaryFromJsonData(data);
-    if (!dict) {
-        // Not a JSON object: keep the bytes and leave the fields as they are.
-        setRawJSONData(data);
-        return;
-    }
-    decodeBaseData(*dict);
+    // Not a JSON object: the bytes are kept raw and the fields stay as they are.
+    std::optional<ZMValue> dict = ZMChatRoomMessageCodec::decodedPayload(*this, data);
+    if (!dict) return;
 
     std::vector<std::shared_ptr<ZMChatRoomMemberAction>> actions;
     const ZMValue users = zmlib_arrayForKey(*dict, "userList");
@@ -43,9 +38,5 @@ std::optional<ZMData> ZMChatRoomMemberActionMessage::encode() const {
     zmlib_setObject(dict, users, "userList");
     zmlib_setObject(dict, ZMValue(memberCount), "memberCount");
 
-    try {
-        return ZMJSONSerialization::dataWithJSONObject(dict, false);
-    } catch (const ZMPlatformException&) {
-        return std::nullopt;
-    }
+    return ZMChatRoomMessageCodec::compactPayload(dict);
 }

@@ -1,19 +1,14 @@
 #include <ZMChatRoom/Messages/ZMChatRoomMemberBanMessage.h>
 
-#include <Platform/ZMJSONSerialization.h>
-#include <Platform/ZMPlatformException.h>
 #include <VemoIMLibCore/ZMDictionaryReaders.h>
+#include <ZMChatRoom/Messages/ZMChatRoomMessageCodec.h>
 
 // The ban type shares the wire key "operateType" with the block message; a
 // "banType" key is neither read nor written.
 
 void ZMChatRoomMemberBanMessage::decodeWithData(const ZMData& data) {
-    std::optional<ZMValue> dict = ZMMessageContent::dictionaryFromJsonData(data);
-    if (!dict) {
-        setRawJSONData(data);
-        return;
-    }
-    decodeBaseData(*dict);
+    std::optional<ZMValue> dict = ZMChatRoomMessageCodec::decodedPayload(*this, data);
+    if (!dict) return;
     chatroomId = zmlib_stringForKey(*dict, "chatroomId");
     banType = zmlib_integerForKey(*dict, "operateType");
     operateTime = zmlib_longLongIntForKey(*dict, "operateTime");
@@ -28,9 +23,5 @@ std::optional<ZMData> ZMChatRoomMemberBanMessage::encode() const {
     zmlib_setObject(dict, ZMValue(operateTime), "operateTime");
     zmlib_setObject(dict, ZMValue(durationTime), "durationTime");
     zmlib_setObject(dict, userIdList, "userList");
-    try {
-        return ZMJSONSerialization::dataWithJSONObject(dict, false);
-    } catch (const ZMPlatformException&) {
-        return std::nullopt;
-    }
+    return ZMChatRoomMessageCodec::compactPayload(dict);
 }

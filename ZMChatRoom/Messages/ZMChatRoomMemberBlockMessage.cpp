@@ -1,16 +1,11 @@
 #include <ZMChatRoom/Messages/ZMChatRoomMemberBlockMessage.h>
 
-#include <Platform/ZMJSONSerialization.h>
-#include <Platform/ZMPlatformException.h>
 #include <VemoIMLibCore/ZMDictionaryReaders.h>
+#include <ZMChatRoom/Messages/ZMChatRoomMessageCodec.h>
 
 void ZMChatRoomMemberBlockMessage::decodeWithData(const ZMData& data) {
-    std::optional<ZMValue> dict = ZMMessageContent::dictionaryFromJsonData(data);
-    if (!dict) {
-        setRawJSONData(data);
-        return;
-    }
-    decodeBaseData(*dict);
+    std::optional<ZMValue> dict = ZMChatRoomMessageCodec::decodedPayload(*this, data);
+    if (!dict) return;
     chatroomId = zmlib_stringForKey(*dict, "chatroomId");
     operateType = zmlib_integerForKey(*dict, "operateType");
     operateTime = zmlib_longLongIntForKey(*dict, "operateTime");
@@ -26,9 +21,5 @@ std::optional<ZMData> ZMChatRoomMemberBlockMessage::encode() const {
     zmlib_setObject(dict, ZMValue(operateTime), "operateTime");
     zmlib_setObject(dict, ZMValue(durationTime), "durationTime");
     zmlib_setObject(dict, userIdList, "userList");
-    try {
-        return ZMJSONSerialization::dataWithJSONObject(dict, false);
-    } catch (const ZMPlatformException&) {
-        return std::nullopt;
-    }
+    return ZMChatRoomMessageCodec::compactPayload(dict);
 }

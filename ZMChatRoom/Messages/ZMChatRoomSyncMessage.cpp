@@ -1,16 +1,11 @@
 #include <ZMChatRoom/Messages/ZMChatRoomSyncMessage.h>
 
-#include <Platform/ZMJSONSerialization.h>
-#include <Platform/ZMPlatformException.h>
 #include <VemoIMLibCore/ZMDictionaryReaders.h>
+#include <ZMChatRoom/Messages/ZMChatRoomMessageCodec.h>
 
 void ZMChatRoomSyncMessage::decodeWithData(const ZMData& data) {
-    std::optional<ZMValue> dict = ZMMessageContent::dictionaryFromJsonData(data);
-    if (!dict) {
-        setRawJSONData(data);
-        return;
-    }
-    decodeBaseData(*dict);
+    std::optional<ZMValue> dict = ZMChatRoomMessageCodec::decodedPayload(*this, data);
+    if (!dict) return;
     chatroomId = zmlib_stringForKey(*dict, "chatroomId");
     status = zmlib_integerForKey(*dict, "status");
     reason = zmlib_integerForKey(*dict, "reason");
@@ -23,9 +18,5 @@ std::optional<ZMData> ZMChatRoomSyncMessage::encode() const {
     zmlib_setObject(dict, ZMValue(status), "status");
     zmlib_setObject(dict, ZMValue(reason), "reason");
     zmlib_setObject(dict, ZMValue(time), "time");
-    try {
-        return ZMJSONSerialization::dataWithJSONObject(dict, false);
-    } catch (const ZMPlatformException&) {
-        return std::nullopt;
-    }
+    return ZMChatRoomMessageCodec::compactPayload(dict);
 }

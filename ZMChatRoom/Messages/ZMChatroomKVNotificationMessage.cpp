@@ -1,8 +1,7 @@
 #include <ZMChatRoom/Messages/ZMChatroomKVNotificationMessage.h>
 
-#include <Platform/ZMJSONSerialization.h>
-#include <Platform/ZMPlatformException.h>
 #include <VemoIMLibCore/ZMDictionaryReaders.h>
+#include <ZMChatRoom/Messages/ZMChatRoomMessageCodec.h>
 
 namespace {
 
@@ -51,12 +50,8 @@ void ZMChatroomKVNotificationMessage::encodeWithCoder(ZMKeyedArchiver& coder) co
 }
 
 void ZMChatroomKVNotificationMessage::decodeWithData(const ZMData& data) {
-    std::optional<ZMValue> dict = ZMMessageContent::dictionaryFromJsonData(data);
-    if (!dict) {
-        setRawJSONData(data);
-        return;
-    }
-    decodeBaseData(*dict);
+    std::optional<ZMValue> dict = ZMChatRoomMessageCodec::decodedPayload(*this, data);
+    if (!dict) return;
     type = zmlib_integerForKey(*dict, "type");
     // Keys and values may arrive as numbers; they are read as decimal text.
     key = zmlib_mix_stringForKey(*dict, "key");
@@ -68,9 +63,5 @@ std::optional<ZMData> ZMChatroomKVNotificationMessage::encode() const {
     zmlib_setObject(dict, ZMValue(type), "type");
     zmlib_setObject(dict, optionalString(key), "key");
     zmlib_setObject(dict, optionalString(value), "value");
-    try {
-        return ZMJSONSerialization::dataWithJSONObject(dict, false);
-    } catch (const ZMPlatformException&) {
-        return std::nullopt;
-    }
+    return ZMChatRoomMessageCodec::compactPayload(dict);
 }
