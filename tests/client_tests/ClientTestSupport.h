@@ -3,10 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
+#include <map>
 #include <memory>
-#include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include <CoreEmulator/ZMCoreEmulator.h>
@@ -16,6 +20,23 @@
 #include <ZMChatRoom/ZMChatRoomLogCommonTag.h>
 
 #include "support/ZMTestSupport.h"
+
+using Strings = std::vector<std::string>;
+using Requests = std::vector<std::pair<std::string, ZMValue>>;  // (operation, arguments)
+inline const std::string kClientTag = "ZMChatRoomClient.cpp";
+
+// Each room's announcements in delivery order, as "status[:code]", from
+// events recorded as "status:room[:code]".
+inline std::map<std::string, Strings> byRoom(const Strings& events) {
+    std::map<std::string, Strings> rooms;
+    for (const auto& event : events) {
+        const auto first = event.find(':');
+        const auto second = event.find(':', first + 1);
+        rooms[event.substr(first + 1, second - first - 1)].push_back(
+            event.substr(0, first) + (second == std::string::npos ? "" : event.substr(second)));
+    }
+    return rooms;
+}
 
 // Reaches the client's private join, so that join modes other than the public
 // entry points' 0 can be tried, and its argument validators.
@@ -27,11 +48,8 @@ struct ZMChatRoomClientTestPeer {
     static bool isValidValue(const ZMValue& v) { return client().isValidValue(v); }
     static int32_t isValidKey(const ZMValue& k, const ZMValue& v) { return client().isValidKey(k, v); }
     static bool isValidNotificationExtra(const ZMValue& v) { return client().isValidNotificationExtra(v); }
-
-    static void join(const ZMValue& roomId, int32_t count, int32_t joinMode, bool isExist, ZMJoinSuccessBlock success,
-                     ZMErrorBlock error) {
-        ZMChatRoomClient::sharedChatRoomClient().p_joinChatRoom(roomId, count, joinMode, isExist, std::move(success),
-                                                                std::move(error));
+    static void join(const ZMValue& roomId, int32_t count, int32_t joinMode, ZMErrorBlock error = {}) {
+        client().p_joinChatRoom(roomId, count, joinMode, false, ZMJoinSuccessBlock{}, std::move(error));
     }
 };
 
@@ -41,17 +59,12 @@ class StatusRecorder : public ZMChatRoomStatusDelegate {
 public:
     ZMEventRecorder events;
     std::atomic<int> callsOffNotifyQueue{0};
-    std::shared_ptr<ZMJoinChatRoomResponse> lastResponse() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return lastResponse_;
-    }
+    // Written on the notify queue; read only after that queue was drained.
+    std::shared_ptr<ZMJoinChatRoomResponse> lastResponse;
 
     void onChatRoomJoining(const std::string& roomId) override { note("joining:" + roomId); }
     void onChatRoomJoined(const std::string& roomId, const std::shared_ptr<ZMJoinChatRoomResponse>& response) override {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            lastResponse_ = response;
-        }
+        lastResponse = response;
         note("joined:" + roomId);
     }
     void onChatRoomReset(const std::string& roomId) override { note("reset:" + roomId); }
@@ -65,11 +78,9 @@ public:
 
 private:
     void note(std::string event) {
-        if (!ZMChatRoomClient::sharedChatRoomClient().zm__notify_chatroom_status_queue().isCurrent()) ++callsOffNotifyQueue;
+        callsOffNotifyQueue += !ZMChatRoomClient::sharedChatRoomClient().zm__notify_chatroom_status_queue().isCurrent();
         events.record(std::move(event));
     }
-    std::mutex mutex_;
-    std::shared_ptr<ZMJoinChatRoomResponse> lastResponse_;
 };
 
 // The outcome of one public call: which callback ran, with what, on which
@@ -85,28 +96,17 @@ struct CallOutcome {
     std::thread::id caller = std::this_thread::get_id();
     ZMEventRecorder done;
 
-    ZMSuccessBlock success() {
-        return [this] {
-            note();
-            ++successes;
-            done.record("success");
-        };
-    }
-    ZMErrorBlock error() {
-        return [this](int32_t errorCode) {
-            note();
-            code = errorCode;
-            ++errors;
-            done.record("error");
-        };
-    }
+    ZMSuccessBlock success() { return [this] { note(successes, "success"); }; }
+    ZMErrorBlock error() { return [this](int32_t errorCode) { code = errorCode; note(errors, "error"); }; }
     int total() const { return successes + errors; }
 
 private:
-    void note() {
+    void note(std::atomic<int>& counter, const char* event) {
         onCallerThread = std::this_thread::get_id() == caller;
         onOperationQueue = ZMChatRoomClient::sharedChatRoomClient().zm_chatroom_operation_queue().isCurrent();
         beforeReturn = !returned;
+        ++counter;
+        done.record(event);
     }
 };
 
@@ -121,8 +121,7 @@ protected:
         client.setChatroomListener();
         client.addChatRoomStatusDelegate(status);
         settle();
-        core.clearRequests();
-        core.logger().clear();
+        forget();
     }
 
     // Lets every consequence of what happened so far run to its end: queued
@@ -137,7 +136,29 @@ protected:
         }
     }
 
-    // Joins and waits until the join is announced joined.
+    // Forgets the requests, log lines and announcements seen so far.
+    void forget() {
+        core.clearRequests();
+        core.logger().clear();
+        status->events.clear();
+        status->lastResponse.reset();
+    }
+
+    // Makes one call with fresh callbacks, notes its return, then settles.
+    std::unique_ptr<CallOutcome> call(const std::function<void(CallOutcome&)>& operation) {
+        auto outcome = std::make_unique<CallOutcome>();
+        operation(*outcome);
+        outcome->returned = true;
+        settle();
+        return outcome;
+    }
+
+    // Answers the one request held, if exactly one is.
+    bool answerHeld(const ZMCoreAnswer& answer) {
+        auto held = core.heldRequests();
+        return held.size() == 1 && core.answer(held[0].id, answer);
+    }
+
     void joinAndSettle(const std::string& roomId, int32_t count = 10) {
         client.joinChatRoom(roomId, count, ZMSuccessBlock{}, ZMErrorBlock{});
         settle();
@@ -147,15 +168,33 @@ protected:
         return client.cacheChatRoomDict().objectForKey(roomId).value_or(nullptr);
     }
 
-    std::vector<std::string> linesOf(const std::string& tag) {
-        std::vector<std::string> texts;
-        for (const auto& line : core.logger().linesWithTag(tag)) texts.push_back(line.text);
-        return texts;
+    std::optional<bool> kvFlag(const std::string& roomId) { return client.syncKVChatRoomDict().objectForKey(roomId); }
+
+    Requests sent() {
+        Requests result;
+        for (const auto& r : core.requests()) result.emplace_back(r.operation, r.arguments);
+        return result;
     }
 
-    static ZMLogLine line(int32_t level, int32_t type, const std::string& tag, const std::string& text) {
-        return ZMLogLine{level, type, tag, text};
+    std::vector<ZMLogLine> logged(const std::string& tag) { return core.logger().linesWithTag(tag); }
+
+    // The expected lines of one tag, all at one level and of one type.
+    static std::vector<ZMLogLine> lines(const std::string& tag, int32_t level, const Strings& texts,
+                                        int32_t type = 1) {
+        std::vector<ZMLogLine> result;
+        for (const auto& text : texts) result.push_back(ZMLogLine{level, type, tag, text});
+        return result;
+    }
+    // The request that clears a room's local messages and KV entries before a first join.
+    static Requests::value_type clearLocal(const std::string& roomId) {
+        return {"clearChatroomMessageAndKVWithTargetId",
+                {{"chatroomId", roomId}, {"clearMsg", true}, {"clearKv", true}}};
+    }
+    // The arguments of a join request.
+    static ZMValue joinArgs(const std::string& roomId, int32_t limit, bool useCacheTime, int32_t joinMode = 0) {
+        return {{"chatroomId", roomId}, {"limit", limit}, {"useCacheTime", useCacheTime}, {"joinMode", joinMode}};
+    }
+    static ZMLogLine clientLine(int32_t level, const std::string& text) {
+        return ZMLogLine{level, ZMLogTypeDiagnostic, kClientTag, text};
     }
 };
-
-inline const std::string kClientTag = "ZMChatRoomClient.cpp";

@@ -1,14 +1,13 @@
 #include "ClientTestSupport.h"
 
+#include <algorithm>
 #include <future>
 
 TEST_F(ClientTest, StatusObserversAreTakenAtDeliveryAndTheSettersAdd) {
     // Hold the notify queue so that the announcement waits for its delivery.
     std::promise<void> release;
-    auto gate = release.get_future().share();
-    client.zm__notify_chatroom_status_queue().async([gate] { gate.wait(); });
+    client.zm__notify_chatroom_status_queue().async([gate = release.get_future().share()] { gate.wait(); });
     client.notifyChatRoomStatus("r", ZMChatRoomStatusJoining, 0);
-
     auto late = std::make_shared<StatusRecorder>();
     auto gone = std::make_shared<StatusRecorder>();
     client.setChatRoomStatusDelegate(late);
@@ -17,51 +16,40 @@ TEST_F(ClientTest, StatusObserversAreTakenAtDeliveryAndTheSettersAdd) {
     gone.reset();  // destroyed without being removed
     release.set_value();
     client.zm__notify_chatroom_status_queue().sync([] {});
-
-    EXPECT_EQ(late->events.events(), (std::vector<std::string>{"joining:r"}));
-    EXPECT_EQ(status->events.events(), (std::vector<std::string>{"joining:r"}));
+    EXPECT_EQ(late->events.events(), (Strings{"joining:r"}));
+    EXPECT_EQ(status->events.events(), (Strings{"joining:r"}));
     EXPECT_EQ(client.allChatRoomStatusDelegates().size(), 2u);
 }
 
-// An observer that reacts to its announcements by calling back into the
-// client, and records whether the caller's callback had already run.
-class ReentrantObserver : public ZMChatRoomStatusDelegate {
-public:
-    explicit ReentrantObserver(CallOutcome& join) : join_(join) {}
+// Reacts to its joined announcement by calling back into the client.
+struct ReentrantObserver : ZMChatRoomStatusDelegate {
+    std::weak_ptr<ReentrantObserver> self;
+    ZMEventRecorder done;
     void onChatRoomJoined(const std::string& roomId, const std::shared_ptr<ZMJoinChatRoomResponse>&) override {
-        callbackRanFirst = join_.total() == 1;
-        auto& client = ZMChatRoomClient::sharedChatRoomClient();
-        client.removeChatRoomStatusDelegate(self.lock());
-        client.quitChatRoom(roomId, ZMSuccessBlock{}, ZMErrorBlock{});
+        ZMChatRoomClient::sharedChatRoomClient().removeChatRoomStatusDelegate(self.lock());
+        ZMChatRoomClient::sharedChatRoomClient().quitChatRoom(roomId, ZMSuccessBlock{}, ZMErrorBlock{});
         done.record("joined");
     }
-    std::weak_ptr<ReentrantObserver> self;
-    std::atomic<bool> callbackRanFirst{false};
-    ZMEventRecorder done;
-
-private:
-    CallOutcome& join_;
 };
 
 TEST_F(ClientTest, CallbacksMayCallTheClientAndRunBeforeTheAnnouncements) {
-    CallOutcome join;
-    auto observer = std::make_shared<ReentrantObserver>(join);
+    auto observer = std::make_shared<ReentrantObserver>();
     observer->self = observer;
     client.addChatRoomStatusDelegate(observer);
-
-    // The success callback joins a second room from the core's thread.
-    auto success = join.success();
+    // The success callback marks its place in the notify queue, then joins a
+    // second room from the core's thread.
     client.joinChatRoom(
         "first", 1,
-        [this, success] {
-            success();
+        [this] {
+            client.zm__notify_chatroom_status_queue().async([this] { status->events.record("callback"); });
             client.joinChatRoom("second", 1, ZMSuccessBlock{}, ZMErrorBlock{});
         },
-        join.error());
+        ZMErrorBlock{});
     ASSERT_TRUE(observer->done.waitForCount(1));
     settle();
-
-    EXPECT_TRUE(observer->callbackRanFirst);
+    const auto events = status->events.events();
+    auto at = [&](const std::string& event) { return std::find(events.begin(), events.end(), event) - events.begin(); };
+    EXPECT_LT(at("callback"), at("joined:first"));  // announced only once the callback has returned
     EXPECT_EQ(core.requests("quitChatroom").size(), 1u);
     EXPECT_EQ(core.requests("joinChatroom").size(), 2u);
     EXPECT_FALSE(entry("first"));

@@ -1,28 +1,6 @@
 #include "ClientTestSupport.h"
 
-#include <map>
-
-namespace {
-
-// Records, per issuing thread, the sequence numbers carried by failed
-// announcements, in delivery order.
-class SequenceRecorder : public ZMChatRoomStatusDelegate {
-public:
-    void onChatRoomJoinFailed(const std::string& roomId, int32_t code) override {
-        std::lock_guard<std::mutex> lock(mutex_);
-        sequences[roomId].push_back(code);
-        ++total;
-    }
-    std::mutex mutex_;
-    std::map<std::string, std::vector<int32_t>> sequences;
-    size_t total = 0;
-};
-
-}  // namespace
-
 TEST_F(ClientTest, AnnouncementsFromManyThreadsArriveInTheOrderEachIssuedThem) {
-    auto recorder = std::make_shared<SequenceRecorder>();
-    client.addChatRoomStatusDelegate(recorder);
     constexpr int kThreads = 4;
     constexpr int kPerThread = 200;
     std::vector<std::thread> threads;
@@ -35,11 +13,9 @@ TEST_F(ClientTest, AnnouncementsFromManyThreadsArriveInTheOrderEachIssuedThem) {
     }
     for (auto& thread : threads) thread.join();
     client.zm__notify_chatroom_status_queue().sync([] {});
-
-    std::lock_guard<std::mutex> lock(recorder->mutex_);
-    ASSERT_EQ(recorder->total, static_cast<size_t>(kThreads * kPerThread));
-    for (const auto& [room, sequence] : recorder->sequences) {
-        for (size_t i = 0; i < sequence.size(); ++i) EXPECT_EQ(sequence[i], static_cast<int32_t>(i)) << room;
+    ASSERT_EQ(status->events.count(), static_cast<size_t>(kThreads * kPerThread));
+    for (const auto& [room, sequence] : byRoom(status->events.events())) {
+        for (size_t i = 0; i < sequence.size(); ++i) EXPECT_EQ(sequence[i], "failed:" + std::to_string(i)) << room;
     }
 }
 
@@ -57,20 +33,17 @@ TEST_F(ClientTest, JoinsQuitsAndRejoinsUnderAFlappingConnectionEachGetOneCallbac
                          default: return ZMCoreAnswer::success({{"member_count_", 3}});
                      }
                  }));
-
     constexpr int kAppThreads = 4;
     constexpr int kRounds = 15;
-    std::vector<std::unique_ptr<CallOutcome>> outcomes(kAppThreads * kRounds * 2);
-    for (auto& outcome : outcomes) outcome = std::make_unique<CallOutcome>();
+    std::vector<CallOutcome> outcomes(kAppThreads * kRounds * 2);
     std::atomic<bool> appDone{false};
-
     std::vector<std::thread> apps;
     for (int t = 0; t < kAppThreads; ++t) {
         apps.emplace_back([&, t] {
             const std::string room = "stress" + std::to_string(t);
             for (int round = 0; round < kRounds; ++round) {
-                auto& join = *outcomes[(t * kRounds + round) * 2];
-                auto& quit = *outcomes[(t * kRounds + round) * 2 + 1];
+                auto& join = outcomes[(t * kRounds + round) * 2];
+                auto& quit = outcomes[(t * kRounds + round) * 2 + 1];
                 client.joinChatRoom(room, round, join.success(), join.error());
                 ASSERT_TRUE(join.done.waitForCount(1));
                 client.quitChatRoom(room, quit.success(), quit.error());
@@ -103,25 +76,16 @@ TEST_F(ClientTest, JoinsQuitsAndRejoinsUnderAFlappingConnectionEachGetOneCallbac
     client.stopChatRoomRejoinTimer();
     settle();
 
-    for (const auto& outcome : outcomes) EXPECT_EQ(outcome->total(), 1);
+    for (const auto& outcome : outcomes) EXPECT_EQ(outcome.total(), 1);
     EXPECT_EQ(client.cacheChatRoomDict().count(), 0u);
     EXPECT_EQ(status->callsOffNotifyQueue, 0);
-
-    // Every joined announcement of a room answers a joining announced before it.
-    std::map<std::string, std::vector<std::string>> perRoom;
-    for (const auto& event : status->events.events()) {
-        const auto first = event.find(':');
-        const auto second = event.find(':', first + 1);
-        perRoom[event.substr(first + 1, second - first - 1)].push_back(event.substr(0, first));
-    }
-    for (const auto& [room, events] : perRoom) {
-        SCOPED_TRACE(room);
+    for (const auto& [room, events] : byRoom(status->events.events())) {
         int joinings = 0;
         int joineds = 0;
         for (const auto& event : events) {
-            if (event == "joining") ++joinings;
-            if (event == "joined") ++joineds;
-            EXPECT_LE(joineds, joinings);
+            joinings += event == "joining";
+            joineds += event == "joined";
+            EXPECT_LE(joineds, joinings) << room;
         }
     }
 }
