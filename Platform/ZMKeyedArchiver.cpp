@@ -1,35 +1,16 @@
 #include <Platform/ZMKeyedArchiver.h>
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <string>
 
-// The byte form (read back by ZMKeyedUnarchiver.cpp, which keeps the same
-// tags). Its own encoding rather than JSON text, so that strings that are not
-// valid UTF-8 and binary values survive unchanged:
-//
-//   archive  = "ZMKA" version(1) count(varint) entry*      entries in key order
-//   entry    = string(key) ( 'I' int64 | 'O' value )
-//   value    = 0 null | 1 false | 2 true
-//            | 3 int64 | 4 uint64 | 5 double              8 bytes, little-endian
-//            | 6 string                                   varint length + bytes
-//            | 7 count(varint) value*                     array
-//            | 8 count(varint) (string value)*            dictionary
-//            | 9 string(bytes) 0 | 9 string(bytes) 1 uint64(subtype)   binary
-//   varint   = unsigned LEB128
+#include <Platform/ZMKeyedArchiveFormat.h>
+
+// The byte form is described in ZMKeyedArchiveFormat.h.
 namespace {
 
-enum Tag : uint8_t {
-    kNull = 0,
-    kFalse = 1,
-    kTrue = 2,
-    kSigned = 3,
-    kUnsigned = 4,
-    kDouble = 5,
-    kString = 6,
-    kArray = 7,
-    kDictionary = 8,
-    kBinary = 9,
-};
+using namespace ZMKeyedArchiveFormat;
 
 class Writer {
 public:
@@ -124,15 +105,15 @@ void ZMKeyedArchiver::encodeObject(const ZMValue& object, const std::string& key
 
 ZMData ZMKeyedArchiver::encodedData() const {
     Writer writer;
-    writer.bytes = {'Z', 'M', 'K', 'A', 1};
+    writer.bytes.assign(std::begin(kHeader), std::end(kHeader));
     writer.varint(entries_.size());
     for (const auto& [key, entry] : entries_) {
         writer.string(key);
         if (entry.isInteger) {
-            writer.u8('I');
+            writer.u8(kIntegerEntry);
             writer.u64(static_cast<uint64_t>(entry.integer));
         } else {
-            writer.u8('O');
+            writer.u8(kObjectEntry);
             writer.value(entry.object);
         }
     }

@@ -1,25 +1,17 @@
 #include <Platform/ZMKeyedUnarchiver.h>
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
-// Reads the byte form written by ZMKeyedArchiver (see ZMKeyedArchiver.cpp for
-// the layout; the tags below must match it). Every read is bounds-checked and
+#include <Platform/ZMKeyedArchiveFormat.h>
+
+// Reads the byte form written by ZMKeyedArchiver (ZMKeyedArchiveFormat.h). Every read is bounds-checked and
 // any defect (bad magic, unknown tag, short data, trailing bytes, a key given
 // twice, nesting deeper than kMaxDepth) rejects the whole archive.
 namespace {
 
-enum Tag : uint8_t {
-    kNull = 0,
-    kFalse = 1,
-    kTrue = 2,
-    kSigned = 3,
-    kUnsigned = 4,
-    kDouble = 5,
-    kString = 6,
-    kArray = 7,
-    kDictionary = 8,
-    kBinary = 9,
-};
+using namespace ZMKeyedArchiveFormat;
 
 // Archives arrive from the network: bound the recursion of the reader (and of
 // everything that later walks the decoded value).
@@ -160,7 +152,7 @@ bool readArchive(const ZMData& data, EntryMap& entries) {
     for (auto& byte : magic) {
         if (!reader.u8(byte)) return false;
     }
-    if (magic[0] != 'Z' || magic[1] != 'M' || magic[2] != 'K' || magic[3] != 'A' || magic[4] != 1) {
+    if (!std::equal(std::begin(magic), std::end(magic), std::begin(kHeader))) {
         return false;
     }
     uint64_t n = 0;
@@ -170,12 +162,12 @@ bool readArchive(const ZMData& data, EntryMap& entries) {
         uint8_t kind = 0;
         if (!reader.bytes(key) || !reader.u8(kind)) return false;
         typename EntryMap::mapped_type entry;
-        if (kind == 'I') {
+        if (kind == kIntegerEntry) {
             uint64_t bits = 0;
             if (!reader.u64(bits)) return false;
             entry.isInteger = true;
             entry.integer = static_cast<int64_t>(bits);
-        } else if (kind == 'O') {
+        } else if (kind == kObjectEntry) {
             if (!reader.value(entry.object, 1)) return false;
         } else {
             return false;
