@@ -48,6 +48,15 @@ bool isFinalJoinFailure(int32_t code) {
 
 int32_t clampMessageCount(int32_t messageCount) { return messageCount < 0 ? -1 : messageCount; }
 
+// The application's error callback as the core's error callback: passed
+// through as it is, but never as an empty function, so that a core calling its
+// error callback unconditionally cannot fail on an absent one.
+ZMCoreErrorBlock guardedErrorBlock(const ZMErrorBlock& error) {
+    return [error](int32_t code) {
+        if (error) error(code);
+    };
+}
+
 // The UTF-16 length of a value that is a valid UTF-8 string; nothing for
 // anything else (absent, another kind, or bytes that are not UTF-8).
 std::optional<size_t> stringLength(const ZMValue& value) {
@@ -104,9 +113,11 @@ void ZMChatRoomClient::setChatroomListener() {
             // observers hooks in right after this flag.
             syncKVChatRoomDict().setObject(true, chatroomId);
         },
-        // Pushed KV changes reach the KV observers once the KV store's change
-        // delivery is installed here; until then the core skips this callback.
-        ZMChatRoomKVChangeBlock{},
+        // Pushed KV changes are not delivered yet: the KV store's change
+        // delivery to the KV observers is installed here when it lands. A real
+        // callback is installed all the same, so that a core that calls it
+        // unconditionally finds something to call.
+        [](const std::string& /*chatroomId*/, const ZMValue& /*updateEntries*/, const ZMValue& /*removeEntries*/) {},
         [this](const std::string& chatroomId, int32_t type) {
             notifyChatRoomStatus(chatroomId, ZMChatRoomStatusDestroyed, type);
             cacheChatRoomDict().removeObjectForKey(chatroomId);
@@ -603,7 +614,7 @@ void ZMChatRoomClient::getChatRoomInfo(const ZMValue& chatroomId, int32_t count,
                 }
                 if (success) success(info);
             },
-            error);
+            guardedErrorBlock(error));
     });
 }
 
@@ -649,7 +660,7 @@ void ZMChatRoomClient::getRemoteChatroomHistoryMessages(const ZMValue& chatroomI
             [success](const std::vector<std::shared_ptr<ZMMessage>>& messages, int64_t syncTime, bool /*hasMore*/) {
                 if (success) success(messages, syncTime);
             },
-            error);
+            guardedErrorBlock(error));
     });
 }
 
