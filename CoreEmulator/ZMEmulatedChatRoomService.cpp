@@ -262,6 +262,9 @@ void ZMEmulatedChatRoomService::handle(const std::string& operation, ZMValue arg
         }
     }
 
+    // Outstanding from before the request is visible until its answer is
+    // queued: "wait for the request, then wait until idle" sees the answer.
+    ZMEmulatedDispatcher::Hold pending(ZMEmulatedDispatcher::shared());
     {
         // Recorded and, if so, held in one step: whoever sees the request sees
         // it held and can answer it.

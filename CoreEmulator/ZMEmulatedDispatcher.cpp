@@ -33,7 +33,7 @@ void ZMEmulatedDispatcher::deliver(std::function<void()> task) {
         // the delivery is on its way.
         ++outstanding_;
     }
-    queue->async([this, task = std::move(task)] {
+    queue->async([this, task = std::move(task)]() mutable {
         const bool wasRunning = tRunningDelivery;
         tRunningDelivery = true;
         try {
@@ -45,9 +45,17 @@ void ZMEmulatedDispatcher::deliver(std::function<void()> task) {
             ZMFwLog::getInstance().write(2, 1024, kLogTag, "a callback raised an exception: %@",
                                          std::string("(unknown)"));
         }
+        // The task's captures (the module's callbacks and what they hold) are
+        // released before the delivery counts as finished.
+        task = nullptr;
         tRunningDelivery = wasRunning;
         finishDelivery();
     });
+}
+
+void ZMEmulatedDispatcher::beginDelivery() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    ++outstanding_;
 }
 
 void ZMEmulatedDispatcher::finishDelivery() {

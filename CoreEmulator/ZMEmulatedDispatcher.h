@@ -41,6 +41,20 @@ public:
     // True while the calling thread runs a delivery.
     static bool isCallbackThread();
 
+    // Counts as one outstanding delivery for as long as it lives: held from
+    // the moment a request becomes visible to tests until its answer has been
+    // handed over, so that waitUntilIdle cannot return in between.
+    class Hold {
+    public:
+        explicit Hold(ZMEmulatedDispatcher& dispatcher) : dispatcher_(dispatcher) { dispatcher_.beginDelivery(); }
+        ~Hold() { dispatcher_.finishDelivery(); }
+        Hold(const Hold&) = delete;
+        Hold& operator=(const Hold&) = delete;
+
+    private:
+        ZMEmulatedDispatcher& dispatcher_;
+    };
+
     // A wait of the given seconds as a duration a condition variable accepts:
     // negative or NaN waits nothing, very long waits are capped at a day.
     static std::chrono::steady_clock::duration waitDuration(double seconds);
@@ -48,6 +62,7 @@ public:
 private:
     ZMEmulatedDispatcher() = default;
     ~ZMEmulatedDispatcher() = default;
+    void beginDelivery();
     void finishDelivery();
 
     mutable std::mutex mutex_;
