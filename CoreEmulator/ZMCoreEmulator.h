@@ -41,13 +41,13 @@ public:
     std::vector<ZMMessageClass> registeredMessageTypes() const;
 
     // ---- Chat-room service requests ---------------------------------------
-    // Every request recorded so far, in arrival order (optionally only those
-    // of one operation).
+    // Every request recorded since the last clearRequests(), in arrival order
+    // (optionally only those of one operation).
     std::vector<ZMCoreRequest> requests() const;
     std::vector<ZMCoreRequest> requests(const std::string& operation) const;
     void clearRequests();
     // Waits until at least count requests of the operation have been recorded
-    // in total; false on timeout.
+    // since the last clearRequests(); false on timeout.
     bool waitForRequests(const std::string& operation, size_t count, double timeoutSeconds = 5) const;
 
     // Without a rule an operation succeeds with an empty result dictionary
@@ -104,8 +104,14 @@ public:
     // everything is delivered in the order it was caused). With more, each
     // delivery goes to the next thread in turn.
     void setCallbackThreadCount(size_t count);
-    // Returns once everything caused so far has been delivered, including
-    // deliveries caused by the deliveries. False on timeout.
+    // Returns once the emulator's own deliveries queued so far (answers,
+    // pushes, connection changes, logouts, received messages, detection
+    // answers) have run, including those queued synchronously from inside a
+    // delivery. Work on the module's own queues is not covered: a client call
+    // made from a callback only queues a task on the module's operation queue,
+    // and status announcements run on its notify queue (see docs/emulator.md
+    // for settling everything). False on timeout, and at once when called from
+    // a callback thread.
     bool waitUntilIdle(double timeoutSeconds = 5) const;
 
     // ---- Logger and key rule ----------------------------------------------
