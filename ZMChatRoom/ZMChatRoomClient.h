@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <Platform/ZMSerialQueue.h>
+#include <Platform/ZMWeakReference.h>
 #include <VemoIMLibCore/ZMTSMutableDictionary.h>
 #include <VemoIMLibCore/ZMValue.h>
 #include <ZMChatRoom/ZMCacheChatRoomInfo.h>
@@ -75,6 +76,53 @@ public:
     // server answers. Errors: 34210 invalid room id, else the core's code.
     void quitChatRoom(const ZMValue& chatroomId, ZMSuccessBlock success, ZMErrorBlock error);
 
+    // ---- Key-value store ----------------------------------------------------
+    // A room's KV entries live on the server; the core mirrors them locally.
+    // Keys: 1 to 128 UTF-16 units of the core's legal characters; values: 1 to
+    // 4096 units; a notification extra: absent or at most 2048 units. Every
+    // operation is refused with 23426 while the navigation data switches the
+    // KV store off. Writes and removes never wait for the room's first
+    // synchronisation; single and batch reads do (34004 until then).
+    //
+    // Writes one entry. With sendNotification the server also sends a KV
+    // notification message ("ZM:chrmKVNotiMsg", carrying the key, the value and
+    // the extra) to the room. autoDelete: the server deletes the entry when
+    // this user leaves the room. Fails (core code) when the key holds another
+    // user's entry.
+    void setChatRoomEntry(const ZMValue& chatroomId, const ZMValue& key, const ZMValue& value,
+                          bool sendNotification, bool autoDelete, const ZMValue& notificationExtra,
+                          ZMSuccessBlock success, ZMErrorBlock error);
+    // The same, overwriting an entry written by another user.
+    void forceSetChatRoomEntry(const ZMValue& chatroomId, const ZMValue& key, const ZMValue& value,
+                               bool sendNotification, bool autoDelete, const ZMValue& notificationExtra,
+                               ZMSuccessBlock success, ZMErrorBlock error);
+    // Deletes one entry (optionally notifying the room).
+    void removeChatRoomEntry(const ZMValue& chatroomId, const ZMValue& key, bool sendNotification,
+                             const ZMValue& notificationExtra, ZMSuccessBlock success, ZMErrorBlock error);
+    // The same, deleting an entry written by another user.
+    void forceRemoveChatRoomEntry(const ZMValue& chatroomId, const ZMValue& key, bool sendNotification,
+                                  const ZMValue& notificationExtra, ZMSuccessBlock success, ZMErrorBlock error);
+    // Reads one entry of a synchronised room: success receives {key: value}.
+    // Every failure of the read itself is reported as 23427.
+    void getChatRoomEntry(const ZMValue& chatroomId, const ZMValue& key, ZMEntriesSuccessBlock success,
+                          ZMErrorBlock error);
+    // Writes 1 to 10 entries (a dictionary key -> value) in one request;
+    // isForce overwrites other users' entries. The error callback always
+    // receives a dictionary: empty when the module refused the call, else the
+    // core's failed entries.
+    void setChatRoomEntries(const ZMValue& chatroomId, const ZMValue& entries, bool isForce, bool autoDelete,
+                            ZMSuccessBlock success, ZMEntriesErrorBlock error);
+    // Deletes 1 to 10 keys (an array of strings) in one request.
+    void removeChatRoomEntries(const ZMValue& chatroomId, const ZMValue& keys, bool isForce,
+                               ZMSuccessBlock success, ZMEntriesErrorBlock error);
+    // Reads any number of keys (at least one) of a synchronised room.
+    void getChatRoomEntriesByBatch(const ZMValue& chatroomId, const ZMValue& keys, ZMEntriesSuccessBlock success,
+                                   ZMErrorBlock error);
+    // Reads every entry of the room, through the filter observer's
+    // getAllChatRoomEntriesFilter when it has one. Never refused for the
+    // synchronisation state: the core is told whether the room is synchronised.
+    void getAllChatRoomEntries(const ZMValue& chatroomId, ZMEntriesSuccessBlock success, ZMErrorBlock error);
+
     // ---- Room queries -------------------------------------------------------
     // Member count and up to count members; order 1 or 2 (else 34265).
     void getChatRoomInfo(const ZMValue& chatroomId, int32_t count, uint64_t order,
@@ -136,6 +184,20 @@ private:
     int32_t isValidKey(const ZMValue& key, const ZMValue& value);
     bool isValidNotificationExtra(const ZMValue& notificationExtra);
 
+    // The one write and the one removal behind the four single-entry
+    // operations, which differ only in overwrite.
+    void setChatRoomStatus(const ZMValue& chatroomId, const ZMValue& key, const ZMValue& value, bool overwrite,
+                           bool sendNotification, bool autoDelete, const ZMValue& notificationExtra,
+                           ZMSuccessBlock success, ZMErrorBlock error);
+    void removeChatRoomStatus(const ZMValue& chatroomId, const ZMValue& key, bool overwrite, bool sendNotification,
+                              const ZMValue& notificationExtra, ZMSuccessBlock success, ZMErrorBlock error);
+    // The core reported the room's first KV synchronisation (its flag is
+    // already true): tell the filter and the KV observers, then read every
+    // entry and deliver them as one update.
+    void chatRoomKVStatusFirstChange(const std::string& chatroomId);
+    // The core's KV-change callback: filter, then deliver to the KV observers.
+    void kvChangeBlock(const std::string& chatroomId, const ZMValue& updateEntries, const ZMValue& removeEntries);
+
     void p_joinChatRoom(const ZMValue& chatroomId, int32_t messageCount, int32_t joinMode, bool isExist,
                         ZMJoinSuccessBlock success, ZMErrorBlock error);
     void joinChatRoomSuccess(const std::string& chatroomId, const std::shared_ptr<ZMJoinChatRoomResponse>& response,
@@ -148,8 +210,9 @@ private:
     void handleJoinResult(const char* resultTag, const std::string& chatroomId, int32_t code,
                           const ZMValue& result, const ZMJoinSuccessBlock& success, const ZMErrorBlock& error);
 
-    std::atomic<std::weak_ptr<ZMChatRoomMemberDelegate>> memberDelegate_;
-    std::atomic<std::weak_ptr<ZMChatRoomKVStatusFilterDelegate>> zmKVStatusFilterDelegate_;
+    // Read on the core's threads while the application may replace them.
+    ZMWeakReference<ZMChatRoomMemberDelegate> memberDelegate_;
+    ZMWeakReference<ZMChatRoomKVStatusFilterDelegate> zmKVStatusFilterDelegate_;
     std::unique_ptr<ZMTSMutableDictionary<std::shared_ptr<ZMCacheChatRoomInfo>>> cacheChatRoomDict_;
     std::atomic<ZMTSMutableDictionary<bool>*> syncKVChatRoomDict_{nullptr};
     std::unique_ptr<ZMSerialQueue> zm_chatroom_operation_queue_;

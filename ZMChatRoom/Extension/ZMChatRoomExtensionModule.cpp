@@ -11,6 +11,7 @@
 #include <ZMChatRoom/Utility/ZMChatRoomUtil.h>
 #include <ZMChatRoom/ZMChatRoomClient.h>
 #include <ZMChatRoom/ZMChatRoomLogCommonTag.h>
+#include <ZMChatRoom/ZMDelegateImplements.h>
 
 namespace {
 
@@ -79,11 +80,18 @@ void ZMChatRoomExtensionModule::p_didReceiveMemberChangeMessage(const std::share
     if (!delegate) return;
 
     // Both forms go to the observer, list first; nothing is filtered (not by
-    // room, user or action).
-    delegate->memberDidChange(content->userList, message->targetId);
-    auto model = std::make_shared<ZMChatRoomMemberActionModel>(message->targetId, content->userList,
-                                                               content->memberCount);
-    delegate->memberDidChange(model);
+    // room, user or action). The model is built only for an observer that
+    // receives it.
+    using ListCallback = void (ZMChatRoomMemberDelegate::*)(
+        const std::vector<std::shared_ptr<ZMChatRoomMemberAction>>&, const std::string&);
+    using ModelCallback = void (ZMChatRoomMemberDelegate::*)(const std::shared_ptr<ZMChatRoomMemberActionModel>&);
+    if (ZMDelegateImplements(*delegate, static_cast<ListCallback>(&ZMChatRoomMemberDelegate::memberDidChange))) {
+        delegate->memberDidChange(content->userList, message->targetId);
+    }
+    if (ZMDelegateImplements(*delegate, static_cast<ModelCallback>(&ZMChatRoomMemberDelegate::memberDidChange))) {
+        delegate->memberDidChange(std::make_shared<ZMChatRoomMemberActionModel>(message->targetId, content->userList,
+                                                                                 content->memberCount));
+    }
 }
 
 bool ZMChatRoomExtensionModule::p_checkHandleNotifyEventMessage(const std::shared_ptr<ZMMessage>& message) {
@@ -93,23 +101,29 @@ bool ZMChatRoomExtensionModule::p_checkHandleNotifyEventMessage(const std::share
     const auto delegates = ZMChatRoomClient::sharedChatRoomClient().allChatRoomNotifyEventDelegates();
     const auto& content = message->content;
 
-    // Each observer gets an event of its own, so one observer changing its
-    // event cannot affect what another sees.
+    // Each observer that implements the callback gets an event of its own, so
+    // one observer changing its event cannot affect what another sees.
     if (auto sync = std::dynamic_pointer_cast<ZMChatRoomSyncMessage>(content)) {
         for (const auto& delegate : delegates) {
-            if (delegate) delegate->chatRoomNotifyMultiLoginSync(ZMChatRoomUtil::modelWithSyncMessage(sync));
+            if (ZMDelegateImplements(*delegate, &ZMChatRoomNotifyEventDelegate::chatRoomNotifyMultiLoginSync)) {
+                delegate->chatRoomNotifyMultiLoginSync(ZMChatRoomUtil::modelWithSyncMessage(sync));
+            }
         }
         return true;
     }
     if (auto block = std::dynamic_pointer_cast<ZMChatRoomMemberBlockMessage>(content)) {
         for (const auto& delegate : delegates) {
-            if (delegate) delegate->chatRoomNotifyBlock(ZMChatRoomUtil::modelWithBlockMessage(block));
+            if (ZMDelegateImplements(*delegate, &ZMChatRoomNotifyEventDelegate::chatRoomNotifyBlock)) {
+                delegate->chatRoomNotifyBlock(ZMChatRoomUtil::modelWithBlockMessage(block));
+            }
         }
         return true;
     }
     if (auto ban = std::dynamic_pointer_cast<ZMChatRoomMemberBanMessage>(content)) {
         for (const auto& delegate : delegates) {
-            if (delegate) delegate->chatRoomNotifyBan(ZMChatRoomUtil::modelWithBanMessage(ban));
+            if (ZMDelegateImplements(*delegate, &ZMChatRoomNotifyEventDelegate::chatRoomNotifyBan)) {
+                delegate->chatRoomNotifyBan(ZMChatRoomUtil::modelWithBanMessage(ban));
+            }
         }
         return true;
     }
