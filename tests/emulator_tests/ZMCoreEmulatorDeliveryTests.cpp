@@ -1,4 +1,6 @@
 #include <future>
+#include <map>
+#include <mutex>
 #include <set>
 #include <string>
 #include <thread>
@@ -88,24 +90,41 @@ TEST(ZMCoreEmulatorThreads, AnAnswerNeverRunsInsideTheCallAndIdleWaitsTimeOutWhi
 }
 
 TEST(ZMCoreEmulatorThreads, WaitUntilIdleCoversDeliveriesCausedByDeliveriesOnEveryThread) {
+    // Deliveries go to the three threads in turn. The answers are held back
+    // until all 30 are queued, so that no push queued by a running answer can
+    // take a turn between two answers: answers then fill the turns 0..29 and
+    // their pushes the turns 30..59, ten of each on every thread.
     emulator().setCallbackThreadCount(3);
     ZMEventRecorder events;
     std::mutex mutex;
-    std::set<std::thread::id> threads;
-    service().initChatRoomListener(recording(events, "push"), nullptr, nullptr);
+    std::map<std::string, std::set<std::thread::id>> threads;  // "answer" / "push" -> threads they ran on
+    auto noteThread = [&](const std::string& kind) {
+        std::lock_guard<std::mutex> lock(mutex);
+        threads[kind].insert(std::this_thread::get_id());
+    };
+    std::promise<void> allQueued;
+    std::shared_future<void> queued = allQueued.get_future().share();
+    service().initChatRoomListener(
+        [&](const std::string& room) {
+            noteThread("push");
+            recording(events, "push")(room);
+        },
+        nullptr, nullptr);
     for (int i = 0; i < 30; ++i) {
-        service().quitChatroom("r", [&](int32_t) {
+        service().quitChatroom("r", [&, queued](int32_t) {
+            queued.wait();
             EXPECT_FALSE(emulator().waitUntilIdle(5));  // would wait for itself
             emulator().raiseStatusChange("r");
-            std::lock_guard<std::mutex> lock(mutex);
-            threads.insert(std::this_thread::get_id());
+            noteThread("answer");
             recording(events, "answer")();
         });
     }
+    allQueued.set_value();
     ASSERT_TRUE(emulator().waitUntilIdle());
     EXPECT_EQ(events.count(), 60u);
     std::lock_guard<std::mutex> lock(mutex);
-    EXPECT_EQ(threads.size(), 3u);
+    EXPECT_EQ(threads["answer"].size(), 3u);
+    EXPECT_EQ(threads["push"].size(), 3u);
 }
 
 }  // namespace
