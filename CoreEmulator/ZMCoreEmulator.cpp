@@ -9,6 +9,7 @@
 // own state and lock, and none calls module code while holding it.
 struct ZMCoreEmulator::State {
     ZMEmulatedChatRoomService& service = ZMEmulatedChatRoomService::shared();
+    ZMEmulatedKVServer& kv = service.kvServer();
     ZMEmulatedCoreClient& client = ZMEmulatedCoreClient::shared();
     ZMEmulatedNaviDataManager& navi = ZMEmulatedNaviDataManager::shared();
     ZMEmulatedDispatcher& dispatcher = ZMEmulatedDispatcher::shared();
@@ -90,7 +91,55 @@ bool ZMCoreEmulator::isPushListening() const { return state_->service.isPushList
 
 void ZMCoreEmulator::setConnectionStatus(int64_t status) { state_->client.setConnectionStatus(status); }
 
-void ZMCoreEmulator::logout() { state_->client.logout(); }
+void ZMCoreEmulator::logout() {
+    state_->kv.logout();
+    state_->client.logout();
+}
+
+// ---- Key-value server model ----------------------------------------------------------
+
+void ZMCoreEmulator::setKVServerModelEnabled(bool enabled) { state_->kv.setEnabled(enabled); }
+
+void ZMCoreEmulator::setCurrentUserId(const std::string& userId) {
+    state_->kv.setCurrentUserId(userId);
+}
+
+std::string ZMCoreEmulator::currentUserId() const { return state_->kv.currentUserId(); }
+
+void ZMCoreEmulator::setKVFirstSync(KVFirstSync mode, double delaySeconds) {
+    state_->kv.setFirstSync(mode, delaySeconds);
+}
+
+void ZMCoreEmulator::setKVRoomCapacity(size_t capacity) { state_->kv.setRoomCapacity(capacity); }
+
+void ZMCoreEmulator::seedChatRoomEntries(const std::string& chatroomId, const ZMValue& entries,
+                                         const std::string& ownerUserId) {
+    state_->kv.seedEntries(chatroomId, entries, ownerUserId);
+}
+
+void ZMCoreEmulator::changeChatRoomEntries(const std::string& chatroomId, const ZMValue& entries,
+                                           const std::string& ownerUserId) {
+    state_->kv.changeEntries(chatroomId, entries, ownerUserId);
+}
+
+void ZMCoreEmulator::deleteChatRoomEntries(const std::string& chatroomId, const ZMValue& keys) {
+    state_->kv.deleteEntries(chatroomId, keys);
+}
+
+ZMValue ZMCoreEmulator::chatRoomEntries(const std::string& chatroomId) const {
+    return state_->kv.entries(chatroomId);
+}
+
+std::optional<std::string> ZMCoreEmulator::chatRoomEntryOwner(const std::string& chatroomId,
+                                                              const std::string& key) const {
+    return state_->kv.entryOwner(chatroomId, key);
+}
+
+std::vector<ZMKVNotification> ZMCoreEmulator::kvNotifications() const {
+    return state_->kv.notifications();
+}
+
+void ZMCoreEmulator::clearKVNotifications() { state_->kv.clearNotifications(); }
 
 // ---- Received messages -----------------------------------------------------------
 
@@ -101,6 +150,8 @@ std::shared_future<bool> ZMCoreEmulator::deliverMessage(const std::string& objec
 }
 
 // ---- Navigation data -------------------------------------------------------------
+
+void ZMCoreEmulator::setNaviDataAvailable(bool available) { state_->navi.setAvailable(available); }
 
 void ZMCoreEmulator::setChatroomKVStorageEnabled(bool enabled) {
     state_->navi.setChatroomKVStorageEnabled(enabled);
@@ -119,6 +170,10 @@ void ZMCoreEmulator::setNaviDetectionResult(const std::string& navi, const std::
 void ZMCoreEmulator::setNaviDetectionFails() { state_->navi.setDetectionFails(); }
 
 size_t ZMCoreEmulator::naviDetectionCount() const { return state_->navi.detectionCount(); }
+
+// ---- Payload encoding ----------------------------------------------------------
+
+void ZMCoreEmulator::setPayloadEncodingFails(bool fails) { state_->client.setPayloadEncodingFails(fails); }
 
 // ---- Threads -----------------------------------------------------------------
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <CoreEmulator/ZMCoreRequest.h>
+#include <CoreEmulator/ZMEmulatedKVServer.h>
 #include <CoreEmulator/ZMEmulatedLogger.h>
 #include <VemoIMLibCore/VemoIMLibExtensionModule.h>
 #include <VemoIMLibCore/ZMMessageContent.h>
@@ -50,8 +51,10 @@ public:
     // since the last clearRequests(); false on timeout.
     bool waitForRequests(const std::string& operation, size_t count, double timeoutSeconds = 5) const;
 
-    // Without a rule an operation succeeds with an empty result dictionary
-    // (history: an empty page). Rules replace one another per operation.
+    // Without a rule the key-value server model answers the KV operations
+    // (see below); every other operation succeeds with an empty result
+    // dictionary (history: an empty page). Rules replace one another per
+    // operation and take precedence over the model.
     void setRule(const std::string& operation, ZMCoreAnswer answer);
     void setRule(const std::string& operation, Rule rule);
     // Keeps every later request of the operation unanswered until answer().
@@ -77,7 +80,8 @@ public:
     // Sets the status read by getConnectionStatus (0 connected; the initial
     // status is 0) and offers it to every loaded module.
     void setConnectionStatus(int64_t status);
-    // Offers the logout event to every loaded module.
+    // Offers the logout event to every loaded module; the current user leaves
+    // every room of the key-value server model.
     void logout();
 
     // ---- Received messages ------------------------------------------------
@@ -88,7 +92,49 @@ public:
     std::shared_future<bool> deliverMessage(const std::string& objectName, const std::string& jsonPayload,
                                             const std::string& targetId, bool isOffline = false);
 
+    // ---- Key-value server model ------------------------------------------
+    // A store per room (key -> value, owner, autoDelete) and the rooms the
+    // current user is in: joining (a join answered 0 or 33009) and leaving (a
+    // quit request, logout, raiseRoomDestroyed) are followed whoever answers.
+    // Without a rule for them, the KV operations are answered from the store,
+    // and writes are echoed back as KV-change pushes. docs/emulator.md has
+    // every rule and code.
+    using KVFirstSync = ZMEmulatedKVServer::FirstSync;
+
+    // On initially. Off, rules and the plain defaults alone answer, and the
+    // model pushes nothing and follows no join, quit or logout.
+    void setKVServerModelEnabled(bool enabled);
+    // Who the module's requests are made as ("emulator-user" initially).
+    void setCurrentUserId(const std::string& userId);
+    std::string currentUserId() const;
+    // When the first-synchronisation push follows a successful join answer:
+    // right after it (initially), never, or delaySeconds later on the main
+    // queue's clock. Applies to later joins.
+    void setKVFirstSync(KVFirstSync mode, double delaySeconds = 0);
+    // How many entries a room holds at most (100 initially).
+    void setKVRoomCapacity(size_t capacity);
+    // Stores entries (key -> value) as written by another user, without a push
+    // and without the capacity check; also before anyone joined.
+    void seedChatRoomEntries(const std::string& chatroomId, const ZMValue& entries,
+                             const std::string& ownerUserId = "other-user");
+    // Changes entries or removes keys as another user would, pushing the change
+    // to the module when the current user is in the room.
+    void changeChatRoomEntries(const std::string& chatroomId, const ZMValue& entries,
+                               const std::string& ownerUserId = "other-user");
+    void deleteChatRoomEntries(const std::string& chatroomId, const ZMValue& keys);
+    // The room's store as a dictionary key -> value, and an entry's owner.
+    ZMValue chatRoomEntries(const std::string& chatroomId) const;
+    std::optional<std::string> chatRoomEntryOwner(const std::string& chatroomId, const std::string& key) const;
+    // Notifications sent with single writes and removals (sendNotification),
+    // in order, since the last clear.
+    std::vector<ZMKVNotification> kvNotifications() const;
+    void clearKVNotifications();
+
     // ---- Navigation data --------------------------------------------------
+    // Whether the core has navigation data at all (initially it has); without
+    // it ZMNaviDataManager::naviData() answers null, which the module reads as
+    // every switch off.
+    void setNaviDataAvailable(bool available);
     // The three switches; all are on initially.
     void setChatroomKVStorageEnabled(bool enabled);
     void setChatroomMessageStoreEnabled(bool enabled);
@@ -98,6 +144,10 @@ public:
     void setNaviDetectionResult(const std::string& navi, const std::string& ip, const std::string& net);
     void setNaviDetectionFails();
     size_t naviDetectionCount() const;
+
+    // ---- Payload encoding -------------------------------------------------
+    // While set, ZMCoreClient::payloadOfMessageContent answers nothing.
+    void setPayloadEncodingFails(bool fails);
 
     // ---- Threads ----------------------------------------------------------
     // How many callback threads deliver answers and pushes (1 initially: then

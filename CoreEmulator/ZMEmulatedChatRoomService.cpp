@@ -54,6 +54,13 @@ auto entriesResponder(ZMCoreSuccessBlock success, ZMCoreEntriesErrorBlock error)
 
 }  // namespace
 
+ZMEmulatedChatRoomService::ZMEmulatedChatRoomService()
+    : kvServer_(ZMEmulatedKVServer::Pushes{
+          [this](const std::string& chatroomId) { raiseStatusChange(chatroomId); },
+          [this](const std::string& chatroomId, const ZMValue& updateEntries, const ZMValue& removeEntries) {
+              raiseKVChange(chatroomId, updateEntries, removeEntries);
+          }}) {}
+
 ZMEmulatedChatRoomService& ZMEmulatedChatRoomService::shared() {
     static auto* service = new ZMEmulatedChatRoomService();
     return *service;
@@ -245,9 +252,13 @@ void ZMEmulatedChatRoomService::handle(const std::string& operation, ZMValue arg
         if (auto found = rules_.find(operation); found != rules_.end()) rule = found->second;
     }
 
+    // A quit ends the stay in the room whatever answers it.
+    ZMEmulatedKVServer::FollowUp afterAnswer = kvServer_.requestArrived(request);
+
     // The rule is the test's code: it runs without the emulator's lock, so it
-    // may use the control API.
-    std::optional<ZMCoreAnswer> answer = ZMCoreAnswer::success();
+    // may use the control API. Without a rule the KV server model answers the
+    // KV operations; everything else succeeds.
+    std::optional<ZMCoreAnswer> answer;
     if (rule) {
         try {
             answer = rule(request);
@@ -260,6 +271,11 @@ void ZMEmulatedChatRoomService::handle(const std::string& operation, ZMValue arg
                                          operation, request.id, std::string("(unknown)"));
             answer.reset();
         }
+    } else if (auto reply = kvServer_.answer(request)) {
+        answer = std::move(reply->answer);
+        afterAnswer = std::move(reply->afterAnswer);
+    } else {
+        answer = ZMCoreAnswer::success();
     }
 
     // Outstanding from before the request is visible until its answer is
@@ -269,15 +285,26 @@ void ZMEmulatedChatRoomService::handle(const std::string& operation, ZMValue arg
         // Recorded and, if so, held in one step: whoever sees the request sees
         // it held and can answer it.
         std::lock_guard<std::mutex> lock(mutex_);
-        if (!answer) held_.emplace(request.id, HeldRequest{request, responder});
+        if (!answer) held_.emplace(request.id, HeldRequest{request, responder, afterAnswer});
         insertRecordedLocked(request);
     }
     recorded_.notify_all();
 
-    if (answer) {
-        ZMEmulatedDispatcher::shared().deliver(
-            [responder = std::move(responder), answer = std::move(*answer)] { responder(answer); });
-    }
+    if (answer) deliverAnswer(request, std::move(responder), std::move(*answer), std::move(afterAnswer));
+}
+
+void ZMEmulatedChatRoomService::deliverAnswer(const ZMCoreRequest& request, Responder responder,
+                                              ZMCoreAnswer answer, ZMEmulatedKVServer::FollowUp afterAnswer) {
+    // A join answered with success makes the user a member now; its first
+    // synchronisation follows the answer.
+    if (auto admitted = kvServer_.requestAnswered(request, answer)) afterAnswer = std::move(admitted);
+    ZMEmulatedDispatcher::shared().deliver([responder = std::move(responder), answer = std::move(answer),
+                                            afterAnswer = std::move(afterAnswer)] {
+        responder(answer);
+        // Queued from inside the answer's delivery: a later delivery of its own,
+        // after the callbacks have returned, on whichever thread is next.
+        if (afterAnswer) afterAnswer();
+    });
 }
 
 // ---- Control -----------------------------------------------------------------
@@ -330,16 +357,15 @@ std::vector<ZMCoreRequest> ZMEmulatedChatRoomService::heldRequests() const {
 }
 
 bool ZMEmulatedChatRoomService::answer(uint64_t requestId, const ZMCoreAnswer& answer) {
-    Responder responder;
+    HeldRequest held;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         auto found = held_.find(requestId);
         if (found == held_.end()) return false;
-        responder = std::move(found->second.responder);
+        held = std::move(found->second);
         held_.erase(found);
     }
-    ZMEmulatedDispatcher::shared().deliver(
-        [responder = std::move(responder), answer] { responder(answer); });
+    deliverAnswer(held.request, std::move(held.responder), answer, std::move(held.afterAnswer));
     return true;
 }
 
@@ -369,6 +395,8 @@ void ZMEmulatedChatRoomService::raiseKVChange(const std::string& chatroomId, con
 }
 
 void ZMEmulatedChatRoomService::raiseRoomDestroyed(const std::string& chatroomId, int32_t type) {
+    // The room is gone on the server: its store and the user's stay in it too.
+    kvServer_.roomDestroyed(chatroomId);
     ZMChatRoomDestroyedBlock block;
     {
         std::lock_guard<std::mutex> lock(mutex_);

@@ -10,15 +10,18 @@
 #include <vector>
 
 #include <CoreEmulator/ZMCoreRequest.h>
+#include <CoreEmulator/ZMEmulatedKVServer.h>
 #include <VemoIMLibCore/ZMChatRoomPSManager.h>
 
 // The emulated chat-room service behind ZMKernel::chatRoomPSManager().
 //
 // Every call is recorded as a ZMCoreRequest (operation = the method's name,
 // arguments keyed by its parameter names; callbacks are not recorded). A call
-// with result callbacks is then answered by the rule of its operation (by
-// default: success with an empty dictionary, an empty history page), or held
-// until answer(). Answers and pushes are delivered on the callback threads.
+// with result callbacks is then answered by the rule of its operation, or held
+// until answer(). Without a rule, the key-value server model answers the KV
+// operations (while it is on); everything else succeeds with an empty
+// dictionary (history: an empty page). Answers and pushes are delivered on the
+// callback threads.
 class ZMEmulatedChatRoomService : public ZMChatRoomPSManager {
 public:
     using Rule = std::function<std::optional<ZMCoreAnswer>(const ZMCoreRequest&)>;
@@ -79,15 +82,20 @@ public:
     void raiseRoomDestroyed(const std::string& chatroomId, int32_t type);
     bool isPushListening() const;
 
+    ZMEmulatedKVServer& kvServer() { return kvServer_; }
+
 private:
     // Calls the callbacks of one request with an answer.
     using Responder = std::function<void(const ZMCoreAnswer&)>;
     struct HeldRequest {
         ZMCoreRequest request;
         Responder responder;
+        // What the KV server does once the request is answered (a quit's
+        // removal push); may be empty.
+        ZMEmulatedKVServer::FollowUp afterAnswer;
     };
 
-    ZMEmulatedChatRoomService() = default;
+    ZMEmulatedChatRoomService();
     ~ZMEmulatedChatRoomService() override = default;
 
     // Records a request that has no answer (listener set-up, local clearing).
@@ -97,6 +105,10 @@ private:
     uint64_t takeRequestId();
     // Adds a request to the record in id order; the caller holds mutex_.
     void insertRecordedLocked(ZMCoreRequest request);
+    // Delivers an answer: the request's callbacks, then what the KV server
+    // does after the answer (joins start the first synchronisation).
+    void deliverAnswer(const ZMCoreRequest& request, Responder responder, ZMCoreAnswer answer,
+                       ZMEmulatedKVServer::FollowUp afterAnswer);
 
     mutable std::mutex mutex_;
     mutable std::condition_variable recorded_;
@@ -108,4 +120,6 @@ private:
     ZMChatRoomKVChangeBlock kvChangeBlock_;
     ZMChatRoomDestroyedBlock roomDestroyedBlock_;
     bool pushListening_ = false;
+    // Has its own lock; called without mutex_ held.
+    ZMEmulatedKVServer kvServer_;
 };

@@ -61,6 +61,7 @@ void ZMEmulatedCoreClient::registerMessageType(const ZMMessageClass& messageClas
 int64_t ZMEmulatedCoreClient::getConnectionStatus() { return connectionStatus_.load(); }
 
 std::optional<ZMData> ZMEmulatedCoreClient::payloadOfMessageContent(const ZMMessageContent& content) {
+    if (payloadEncodingFails_.load()) return std::nullopt;
     std::optional<ZMData> payload;
     guarded("encode", [&] { payload = content.encode(); });
     return payload;
@@ -95,6 +96,8 @@ void ZMEmulatedCoreClient::setConnectionStatus(int64_t status) {
         }
     });
 }
+
+void ZMEmulatedCoreClient::setPayloadEncodingFails(bool fails) { payloadEncodingFails_.store(fails); }
 
 void ZMEmulatedCoreClient::logout() {
     ZMEmulatedDispatcher::shared().deliver([modules = modules()] {

@@ -28,6 +28,8 @@ public:
     void loadExtensionModule(const VemoIMLibExtensionModuleLoader& loader);
     std::vector<ZMMessageClass> registeredMessageTypes() const;
     void setConnectionStatus(int64_t status);
+    // While set, payloadOfMessageContent answers nothing without encoding.
+    void setPayloadEncodingFails(bool fails);
     void logout();
     std::shared_future<bool> deliverMessage(const std::string& objectName, const std::string& jsonPayload,
                                             const std::string& targetId, bool isOffline);
@@ -48,5 +50,6 @@ private:
     std::vector<ZMMessageClass> registered_;
     std::vector<VemoIMLibExtensionModule*> modules_;  // in load order; modules live for the process
     std::atomic<int64_t> connectionStatus_{0};
+    std::atomic<bool> payloadEncodingFails_{false};
     uint64_t deliveredMessages_ = 0;
 };

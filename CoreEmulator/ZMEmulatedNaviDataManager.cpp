@@ -11,7 +11,13 @@ ZMEmulatedNaviDataManager& ZMEmulatedNaviDataManager::shared() {
 
 std::shared_ptr<const ZMNaviData> ZMEmulatedNaviDataManager::naviData() {
     std::lock_guard<std::mutex> lock(mutex_);
+    if (!available_) return nullptr;
     return std::make_shared<const ZMNaviData>(kvStorageEnabled_, messageStoreEnabled_, multiChatroomEnabled_);
+}
+
+void ZMEmulatedNaviDataManager::setAvailable(bool available) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    available_ = available;
 }
 
 void ZMEmulatedNaviDataManager::setChatroomKVStorageEnabled(bool enabled) {

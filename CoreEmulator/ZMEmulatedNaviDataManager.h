@@ -8,15 +8,18 @@
 #include <VemoIMLibCore/ZMNaviDataManager.h>
 #include <VemoIMLibCore/ZMNetDetection.h>
 
-// The emulated navigation data: three switches (all on initially) and the
-// configured outcome of navigation re-detection.
+// The emulated navigation data: whether the core has any yet (initially it
+// has), three switches (all on initially) and the configured outcome of
+// navigation re-detection.
 class ZMEmulatedNaviDataManager : public ZMNaviDataManager {
 public:
     static ZMEmulatedNaviDataManager& shared();
 
-    // A snapshot of the switches at the moment of the call; never null.
+    // A snapshot of the switches at the moment of the call; null while no
+    // navigation data is available.
     std::shared_ptr<const ZMNaviData> naviData() override;
 
+    void setAvailable(bool available);
     void setChatroomKVStorageEnabled(bool enabled);
     void setChatroomMessageStoreEnabled(bool enabled);
     void setMutliChatroomEnabled(bool enabled);
@@ -33,6 +36,7 @@ private:
     ~ZMEmulatedNaviDataManager() override = default;
 
     mutable std::mutex mutex_;
+    bool available_ = true;
     bool kvStorageEnabled_ = true;
     bool messageStoreEnabled_ = true;
     bool multiChatroomEnabled_ = true;

@@ -71,6 +71,8 @@ const struct {
 };
 
 TEST(ZMCoreEmulatorRequests, EveryOperationIsRecordedAndAnsweredOnACallbackThread) {
+    // The plain defaults behind the rules; the KV server model has tests of its own.
+    emulator().setKVServerModelEnabled(false);
     const std::optional<ZMCoreAnswer> rules[] = {
         std::nullopt,  // no rule
         ZMCoreAnswer{.result = {{"r", 1}}, .messages = {std::make_shared<ZMMessage>()}, .syncTime = 99,
@@ -97,6 +99,8 @@ TEST(ZMCoreEmulatorRequests, EveryOperationIsRecordedAndAnsweredOnACallbackThrea
 }
 
 TEST(ZMCoreEmulatorRequests, ComputedRulesSeeTheRequestAndEmptyCallbacksAreSkipped) {
+    emulator().setKVServerModelEnabled(false);  // the plain default answers the entry read
+    emulator().clearRequests();
     emulator().setRule("joinChatroom", [](const ZMCoreRequest& request) -> std::optional<ZMCoreAnswer> {
         if (request.arguments["chatroomId"] == "bad") return ZMCoreAnswer::failure(23410);
         return ZMCoreAnswer::success({{"member_count_", request.arguments["limit"]}, {"id", request.id}});
