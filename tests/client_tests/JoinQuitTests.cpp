@@ -72,8 +72,9 @@ TEST_F(ClientTest, JoinRefusesAJoinModeOtherThanZeroOrOneAfterCheckingTheRoomId)
 TEST_F(ClientTest, JoinResultCodesDecideTheRoomsFate) {
     // code, dropped (a final failure: the room leaves the cache), detects navigation
     const std::vector<std::tuple<int32_t, bool, bool>> cases = {
-        {33009, false, false}, {23409, true, false},  {23410, true, false}, {20605, true, true},
-        {23412, false, false}, {23408, false, true}, {23413, false, true}, {33003, false, false}};
+        {33009, false, false}, {23409, true, false}, {23410, true, false}, {20605, true, true},
+        {23411, false, false}, {23412, false, false}, {23408, false, true}, {23413, false, true},
+        {33003, false, false}};
     for (const auto& [code, dropped, detects] : cases) {
         SCOPED_TRACE(code);
         const bool success = code == ZMCodeJoinedWithReset;
@@ -123,14 +124,27 @@ TEST_F(ClientTest, ARepeatedJoinReplacesTheEntryAndOneRoomPerUserDropsTheOthersS
     EXPECT_EQ(entry("r")->status, ZMChatRoomStatusJoined);
     EXPECT_EQ(kvFlag("r"), true);
 
-    // One room per user: joining "b" forgets "r" without quitting it or announcing it.
-    core.setMutliChatroomEnabled(false);
-    forget();
-    joinAndSettle("b");
-    EXPECT_FALSE(entry("r"));
-    EXPECT_EQ(status->events.events(), (Strings{"joining:b", "joined:b"}));
-    EXPECT_EQ(sent(), (Requests{clearLocal("b"), {"joinChatroom", joinArgs("b", 10, false)}}));
-    EXPECT_EQ(kvFlag("r"), true);  // the dropped room keeps its KV flag
+    // One room per user, as the navigation data says or as its absence reads:
+    // a join forgets the other room without quitting it or announcing it.
+    const std::vector<std::tuple<std::string, std::string, std::function<void(bool)>>> oneRoomPerUser = {
+        {"switch off", "b", [&](bool only) { core.setMutliChatroomEnabled(!only); }},
+        {"no navigation data", "c", [&](bool only) { core.setNaviDataAvailable(!only); }}};
+    std::string previous = "r";
+    for (const auto& [name, room, onlyOneRoom] : oneRoomPerUser) {
+        SCOPED_TRACE(name);
+        ASSERT_TRUE(entry(previous));
+        const std::optional<bool> flag = kvFlag(previous);
+        ASSERT_TRUE(flag.has_value());
+        onlyOneRoom(true);
+        forget();
+        joinAndSettle(room);
+        onlyOneRoom(false);
+        EXPECT_FALSE(entry(previous));
+        EXPECT_EQ(status->events.events(), (Strings{"joining:" + room, "joined:" + room}));
+        EXPECT_EQ(sent(), (Requests{clearLocal(room), {"joinChatroom", joinArgs(room, 10, false)}}));
+        EXPECT_EQ(kvFlag(previous), flag);  // the dropped room keeps its KV flag
+        previous = room;
+    }
 }
 
 TEST_F(ClientTest, AJoinAnswerArrivingAfterQuitOnlyReachesTheCaller) {

@@ -59,20 +59,24 @@ TEST_F(ClientTest, RoomInfoReplyBecomesARecord) {
 }
 
 TEST_F(ClientTest, HistoryChecksItsArgumentsInOrderThenTheMessageStore) {
-    // record time, count, order, store enabled, code (0: sent), line after the operation's name
-    const std::vector<std::tuple<int64_t, int32_t, uint64_t, bool, int32_t, std::string>> cases = {
-        {0, 200, 1, true, 0, ""},
-        {0, 201, 0, true, ZMErrorInvalidMessageCount, "count:201"},
-        {0, 0, 0, true, ZMErrorInvalidMessageCount, "count:0"},
-        {0, -5, 0, true, ZMErrorInvalidMessageCount, "count:-5"},
-        {0, 10, 2, true, ZMErrorInvalidHistoryOrder, "order:2"},
-        {-1, 10, 0, true, ZMErrorInvalidRecordTime, "recordTime:-1"},
-        {5, 10, 0, false, ZMErrorMessageStoreDisabled, ""},
-        {5, 0, 0, false, ZMErrorInvalidMessageCount, "count:0"},  // the count is checked before the store
+    // The message store as the navigation data has it: no data at all reads as switched off.
+    enum Store { kOn, kOff, kNoNaviData };
+    // record time, count, order, store, code (0: sent), line after the operation's name
+    const std::vector<std::tuple<int64_t, int32_t, uint64_t, Store, int32_t, std::string>> cases = {
+        {0, 200, 1, kOn, 0, ""},
+        {0, 201, 0, kOn, ZMErrorInvalidMessageCount, "count:201"},
+        {0, 0, 0, kOn, ZMErrorInvalidMessageCount, "count:0"},
+        {0, -5, 0, kOn, ZMErrorInvalidMessageCount, "count:-5"},
+        {0, 10, 2, kOn, ZMErrorInvalidHistoryOrder, "order:2"},
+        {-1, 10, 0, kOn, ZMErrorInvalidRecordTime, "recordTime:-1"},
+        {5, 10, 0, kOff, ZMErrorMessageStoreDisabled, ""},
+        {5, 10, 0, kNoNaviData, ZMErrorMessageStoreDisabled, ""},
+        {5, 0, 0, kOff, ZMErrorInvalidMessageCount, "count:0"},  // the count is checked before the store
     };
-    for (const auto& [time, count, order, storeEnabled, code, line] : cases) {
-        SCOPED_TRACE(::testing::Message() << count << " " << order << " " << time << " " << storeEnabled);
-        core.setChatroomMessageStoreEnabled(storeEnabled);
+    for (const auto& [time, count, order, store, code, line] : cases) {
+        SCOPED_TRACE(::testing::Message() << count << " " << order << " " << time << " " << store);
+        core.setChatroomMessageStoreEnabled(store != kOff);
+        core.setNaviDataAvailable(store != kNoNaviData);
         forget();
         auto outcome = call([&, t = time, n = count, o = order](CallOutcome& out) {
             client.getRemoteChatroomHistoryMessages("r", t, n, o, {}, out.error());

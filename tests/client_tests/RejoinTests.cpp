@@ -90,3 +90,33 @@ TEST_F(ClientTest, TheRejoinTimerRunsOnlyWithRoomsCachedAndSurvivesLogout) {
     settle();
     EXPECT_EQ(mainQueue.activeTimerCount(), 0u);
 }
+
+TEST_F(ClientTest, BothSweepsRejoinOnlyARoomThatIsNotJoiningJoinedOrReset) {
+    // A join answered 33009 passes through reset (6) on its way to joined; a
+    // sweep that finds the room at that moment must leave it alone, as it does
+    // a room joining or joined. The status is set by hand to stand for each
+    // moment a sweep may find the room in.
+    core.setRule("joinChatroom", ZMCoreAnswer::failure(ZMCodeJoinedWithReset));
+    joinAndSettle("r", 7);
+    EXPECT_EQ(status->events.events(), (Strings{"joining:r", "reset:r", "joined:r"}));
+    core.clearRules();
+    const std::vector<std::pair<std::string, std::function<void()>>> sweeps = {
+        {"reconnect", [&] { client.rejoinCacheChatRoom(); }},
+        {"2-second timer", [&] { mainQueue.advance(2.0); }}};  // the timer started with the join
+    const std::vector<std::pair<ZMChatRoomStatus, bool>> found = {  // status, rejoined
+        {ZMChatRoomStatusJoining, false},
+        {ZMChatRoomStatusJoined, false},
+        {ZMChatRoomStatusReset, false},
+        {ZMChatRoomStatusJoinFailed, true}};
+    for (const auto& [sweepName, sweep] : sweeps) {
+        for (const auto& [roomStatus, rejoined] : found) {
+            SCOPED_TRACE(sweepName + " finding status " + std::to_string(roomStatus));
+            forget();
+            entry("r")->status = roomStatus;
+            sweep();
+            settle();
+            EXPECT_EQ(sent(), (rejoined ? Requests{{"joinChatroom", joinArgs("r", 7, true)}} : Requests{}));
+            EXPECT_EQ(entry("r")->status, rejoined ? ZMChatRoomStatusJoined : roomStatus);
+        }
+    }
+}
