@@ -1,9 +1,11 @@
 // Costs of the module's hot paths: the UTF-16 length every argument check
 // takes, the decoding of the signal messages the core hands in, the JSON text
-// of the KV log lines, and the status fan-out to observers.
+// of the KV log lines, the status fan-out to observers, and the KV change
+// delivery and KV refusals, each beside a bare baseline of the same work.
 #include <benchmark/benchmark.h>
 
 #include <atomic>
+#include <cstdio>
 #include <string>
 
 #include <CoreEmulator/ZMCoreEmulator.h>
@@ -11,6 +13,14 @@
 #include <ZMChatRoom/Messages/ZMChatRoomMemberActionMessage.h>
 #include <ZMChatRoom/Utility/ZMChatRoomUtil.h>
 #include <ZMChatRoom/ZMChatRoomClient.h>
+
+// Reaches the client's KV-change callback directly, without the emulator's
+// callback thread in between.
+struct ZMChatRoomClientTestPeer {
+    static void kvChange(const std::string& room, const ZMValue& update, const ZMValue& remove) {
+        ZMChatRoomClient::sharedChatRoomClient().kvChangeBlock(room, update, remove);
+    }
+};
 
 namespace {
 
@@ -65,5 +75,100 @@ void BM_StatusFanOut(benchmark::State& state) {
     for (const auto& observer : observers) client.removeChatRoomStatusDelegate(observer);
 }
 BENCHMARK(BM_StatusFanOut)->Unit(benchmark::kMillisecond);
+
+// ---- KV change delivery --------------------------------------------------------
+// A pushed change of 100 entries through a filter to 8 observers, against its
+// bare baseline: one copy of the dictionary and 8 virtual calls.
+
+class KVCountingObserver : public ZMChatRoomKVStatusChangeDelegate {
+public:
+    void chatRoomKVDidUpdate(const std::string&, const ZMValue& entry) override {
+        entries.fetch_add(entry.size(), std::memory_order_relaxed);
+    }
+    std::atomic<uint64_t> entries{0};
+};
+
+class PassingFilter : public ZMChatRoomKVStatusFilterDelegate {
+public:
+    ZMValue chatRoomKVUpdateFilter(const std::string&, const ZMValue& entry) override { return entry; }
+};
+
+ZMValue hundredEntries() {
+    ZMValue entries = ZMValue::object();
+    for (int i = 0; i < 100; ++i) entries["key" + std::to_string(i)] = "value" + std::to_string(i);
+    return entries;
+}
+
+// Clears the emulator's record of log lines now and then, outside the timing,
+// so that the record's growth is not measured.
+void forgetLinesEvery(benchmark::State& state, int64_t iterations) {
+    if (state.iterations() % iterations != 0) return;
+    state.PauseTiming();
+    ZMCoreEmulator::shared().logger().clear();
+    state.ResumeTiming();
+}
+
+void BM_KVChangeDelivery(benchmark::State& state) {
+    auto& client = ZMChatRoomClient::sharedChatRoomClient();
+    std::vector<std::shared_ptr<KVCountingObserver>> observers;
+    for (int i = 0; i < 8; ++i) {
+        observers.push_back(std::make_shared<KVCountingObserver>());
+        client.addChatRoomKVStatusChangeDelegate(observers.back());
+    }
+    auto filter = std::make_shared<PassingFilter>();
+    client.setZMChatRoomKVStatusFilterDelegate(filter);
+    const ZMValue update = hundredEntries();
+    const ZMValue none = ZMValue::object();
+    for (auto _ : state) {
+        ZMChatRoomClientTestPeer::kvChange("room", update, none);
+        forgetLinesEvery(state, 256);
+    }
+    for (const auto& observer : observers) client.removeChatRoomKVStatusChangeDelegate(observer);
+    client.setZMChatRoomKVStatusFilterDelegate(nullptr);
+}
+BENCHMARK(BM_KVChangeDelivery);
+
+void BM_KVChangeDeliveryBaseline(benchmark::State& state) {
+    std::vector<std::shared_ptr<ZMChatRoomKVStatusChangeDelegate>> observers;
+    for (int i = 0; i < 8; ++i) observers.push_back(std::make_shared<KVCountingObserver>());
+    const ZMValue update = hundredEntries();
+    for (auto _ : state) {
+        ZMValue copy = update;
+        for (const auto& observer : observers) observer->chatRoomKVDidUpdate("room", copy);
+        benchmark::DoNotOptimize(copy);
+    }
+}
+BENCHMARK(BM_KVChangeDeliveryBaseline);
+
+// ---- A refused KV call ------------------------------------------------------------
+// setChatRoomEntry with an empty key writes three lines (start, the key
+// validator's, the result) and calls the error callback; the baseline formats
+// the same three lines with snprintf.
+
+void BM_KVRefusedSet(benchmark::State& state) {
+    auto& client = ZMChatRoomClient::sharedChatRoomClient();
+    int32_t refused = 0;
+    const ZMErrorBlock error = [&refused](int32_t code) { refused = code; };
+    for (auto _ : state) {
+        client.setChatRoomEntry("room", "", "value", true, false, nullptr, ZMSuccessBlock{}, error);
+        forgetLinesEvery(state, 4096);
+    }
+    benchmark::DoNotOptimize(refused);
+}
+BENCHMARK(BM_KVRefusedSet);
+
+void BM_KVRefusedSetBaseline(benchmark::State& state) {
+    char line[512];
+    for (auto _ : state) {
+        std::snprintf(line, sizeof line, "room_id:%s,key:%s,value:%s,overwrite:%d,notify:%d,auto_del:%d", "room", "",
+                      "value", 0, 1, 0);
+        benchmark::DoNotOptimize(line);
+        std::snprintf(line, sizeof line, "Parameter error，key is empty or length More than %d", 128);
+        benchmark::DoNotOptimize(line);
+        std::snprintf(line, sizeof line, "room_id:%s,code:%d", "room", 34260);
+        benchmark::DoNotOptimize(line);
+    }
+}
+BENCHMARK(BM_KVRefusedSetBaseline);
 
 }  // namespace

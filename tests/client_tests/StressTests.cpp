@@ -1,5 +1,7 @@
 #include "ClientTestSupport.h"
 
+#include <ZMChatRoom/Extension/ZMChatRoomExtensionModule.h>
+
 TEST_F(ClientTest, AnnouncementsFromManyThreadsArriveInTheOrderEachIssuedThem) {
     constexpr int kThreads = 4;
     constexpr int kPerThread = 200;
@@ -88,4 +90,101 @@ TEST_F(ClientTest, JoinsQuitsAndRejoinsUnderAFlappingConnectionEachGetOneCallbac
             EXPECT_LE(joineds, joinings) << room;
         }
     }
+}
+
+// KV pushes for many rooms arrive on four core threads while app threads
+// write and read, observers come and go, and the filter and the member
+// observer are replaced: every accepted call gets exactly one callback, and
+// (under ThreadSanitizer) nothing races.
+TEST_F(ClientTest, KVPushesWritesReadsAndObserverChurnRunTogetherRaceFree) {
+    ZMCoreEmulator::shared().loadExtensionModule(&ZMChatRoomExtensionModule::loadVemoExtensionModule);
+    core.setCallbackThreadCount(4);
+    for (const char* operation : {"setChatroomStatus", "getChatRoomEntry", "setChatRoomEntries",
+                                  "getAllChatRoomEntries", "getChatRoomEntriesByBatch"}) {
+        core.setRule(operation, ZMCoreAnswer::success({{"k", "v"}}));
+    }
+    constexpr int kRooms = 16;
+    for (int room = 0; room < kRooms; room += 2) client.syncKVChatRoomDict().setObject(true, "kv" + std::to_string(room));
+
+    struct Counting : ZMChatRoomKVStatusChangeDelegate, ZMChatRoomMemberDelegate {
+        std::atomic<int>& calls;
+        explicit Counting(std::atomic<int>& c) : calls(c) {}
+        void chatRoomKVDidUpdate(const std::string&, const ZMValue& entry) override { calls += entry.size() > 0; }
+        void chatRoomKVDidRemove(const std::string&, const ZMValue&) override { ++calls; }
+        void memberDidChange(const std::shared_ptr<ZMChatRoomMemberActionModel>&) override { ++calls; }
+        using ZMChatRoomMemberDelegate::memberDidChange;
+    };
+    struct Filtering : ZMChatRoomKVStatusFilterDelegate {
+        ZMValue chatRoomKVUpdateFilter(const std::string&, const ZMValue& entry) override { return entry; }
+        ZMValue chatRoomKVRemoveFilter(const std::string&, const ZMValue&) override { return nullptr; }
+    };
+    std::atomic<int> observed{0};
+    auto steady = std::make_shared<Counting>(observed);
+    client.addChatRoomKVStatusChangeDelegate(steady);
+
+    constexpr int kCallsPerThread = 150;
+    std::vector<CallOutcome> outcomes(2 * kCallsPerThread);
+    std::atomic<bool> done{false};
+    std::vector<std::thread> threads;
+    threads.emplace_back([&] {  // the server pushes
+        for (int i = 0; i < 400; ++i) {
+            const std::string room = "kv" + std::to_string(i % kRooms);
+            core.raiseKVChange(room, {{"k" + std::to_string(i), "v"}}, {{"old", "v"}});
+            if (i % 50 == 0) core.raiseStatusChange(room);
+            if (i % 20 == 0) {
+                core.deliverMessage("ZM:ChrmMemChange", R"({"userList":[{"userId":"u","status":1}],"memberCount":2})",
+                                    room);
+            }
+        }
+    });
+    for (int t = 0; t < 2; ++t) {
+        threads.emplace_back([&, t] {  // the app writes and reads
+            for (int i = 0; i < kCallsPerThread; ++i) {
+                CallOutcome& outcome = outcomes[t * kCallsPerThread + i];
+                const std::string room = "kv" + std::to_string((i + t) % kRooms);
+                switch (i % 5) {
+                    case 0:
+                        client.setChatRoomEntry(room, "k", "v", true, false, nullptr, outcome.success(),
+                                                outcome.error());
+                        break;
+                    case 1:  // refused (34004) in half of the rooms, sent in the others
+                        client.getChatRoomEntry(room, "k", [s = outcome.success()](const ZMValue&) { s(); },
+                                                outcome.error());
+                        break;
+                    case 2:
+                        client.setChatRoomEntries(room, {{"a", "1"}, {"b", "2"}}, false, false, outcome.success(),
+                                                  [e = outcome.error()](int32_t code, const ZMValue&) { e(code); });
+                        break;
+                    case 3:
+                        client.getAllChatRoomEntries(room, [s = outcome.success()](const ZMValue&) { s(); },
+                                                     outcome.error());
+                        break;
+                    default:
+                        client.getChatRoomEntriesByBatch(room, ZMValue::array({"k", "a"}),
+                                                         [s = outcome.success()](const ZMValue&) { s(); },
+                                                         outcome.error());
+                        break;
+                }
+            }
+        });
+    }
+    std::thread churn([&] {  // observers come and go; the filter and member observer are replaced
+        int round = 0;
+        while (!done) {
+            auto transient = std::make_shared<Counting>(observed);
+            client.addChatRoomKVStatusChangeDelegate(transient);
+            auto filter = round % 3 == 0 ? nullptr : std::make_shared<Filtering>();
+            client.setZMChatRoomKVStatusFilterDelegate(filter);
+            client.setMemberDelegate(round % 2 == 0 ? transient : steady);
+            client.removeChatRoomKVStatusChangeDelegate(transient);
+            ++round;
+        }
+    });
+    for (auto& thread : threads) thread.join();
+    for (auto& outcome : outcomes) EXPECT_TRUE(outcome.done.waitForCount(1));
+    done = true;
+    churn.join();
+    settle();
+    for (const auto& outcome : outcomes) EXPECT_EQ(outcome.total(), 1);
+    EXPECT_GT(observed, 0);
 }
