@@ -267,6 +267,7 @@ TEST_F(KVTest, TheSyncFlagFollowsJoinResetFirstSyncQuitDestroyAndLogout) {
     auto getIsRefused = [&](const std::string& room) {
         KVOutcome outcome;
         client.getChatRoomEntry(room, "k1", outcome.entriesSuccess(), outcome.error());
+        settle();  // a read that was sent answers into outcome
         return outcome.code == ZMErrorKVNotSynchronized;
     };
     struct Step {

@@ -211,6 +211,20 @@ TEST_F(KVTest, SingleWriteFailuresPassTheCoresCodeOnAfterALevelTwoLine) {
     }
 }
 
+// A core that cannot encode the notification still gets the write, with an
+// empty payload; sendNotification alone tells it whether to send anything.
+TEST_F(KVTest, ANotificationTheCoreCannotEncodeIsSentAsAnEmptyPayload) {
+    core.setPayloadEncodingFails(true);
+    auto outcome = call([&](CallOutcome& o) {
+        client.setChatRoomEntry("r1", "k1", "v1", true, false, "x", o.success(), o.error());
+    });
+    EXPECT_EQ(outcome->successes, 1);
+    auto requests = core.requests("setChatroomStatus");
+    ASSERT_EQ(requests.size(), 1u);
+    EXPECT_EQ(requests[0].arguments["notificationContent"], "");
+    EXPECT_EQ(requests[0].arguments["sendNotification"], true);
+}
+
 TEST_F(KVTest, BatchSetTestsTheSwitchBeforeTheCountAndWritesNoStartLine) {
     const std::string R = ZM_A_SET_CHATROOM_KVS_R;
     ZMValue elevenWithABadKey = elevenEntries();
