@@ -23,6 +23,10 @@ class KVServerTest : public ::testing::Test {
 protected:
     ZMEventRecorder heard;
 
+    // Rooms outlive a test in the process-wide emulator: every test names its
+    // rooms afresh, so that repeated runs in one process start from empty rooms.
+    std::string named(const std::string& room) const { return prefix_ + room; }
+
     void SetUp() override {
         emulator().clearRules();
         emulator().setKVServerModelEnabled(true);
@@ -38,6 +42,9 @@ protected:
         // The callbacks record into this fixture: none may run after it.
         EXPECT_TRUE(emulator().waitUntilIdle());
         service().initChatRoomListener(nullptr, nullptr, nullptr);
+        // What later tests in the same process expect to find.
+        emulator().setCallbackThreadCount(1);
+        emulator().setKVFirstSync(FirstSync::Immediately);
     }
 
     // What one step made the module hear, once everything it caused has run.
@@ -48,6 +55,12 @@ protected:
         return heard.events();
     }
     auto answer() { return recording(heard, "answer"); }
+
+private:
+    inline static int runs_ = 0;
+    const std::string prefix_ = "run" + std::to_string(++runs_) + "-";
+
+protected:
 
     void join(const std::string& room) { service().joinChatroom(room, 10, false, 0, answer()); }
     void quit(const std::string& room) { service().quitChatroom(room, answer()); }
@@ -128,7 +141,7 @@ TEST_F(KVServerTest, SingleWritesAreJudgedBySwitchMembershipOwnershipAndCapacity
     int index = 0;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const std::string room = "single-" + std::to_string(index++);
+        const std::string room = named("single-" + std::to_string(index++));
         prepareRoom(room);
         if (row.prepare) row.prepare(room);
         emulator().clearKVNotifications();
@@ -156,12 +169,12 @@ TEST_F(KVServerTest, SingleWritesAreJudgedBySwitchMembershipOwnershipAndCapacity
     // Without sendNotification nothing is kept; a write is owned by the
     // current user, whoever that is.
     emulator().setCurrentUserId("emulator-user");
-    after([&] { join("single-quiet"); });
+    const std::string quiet = named("single-quiet");
+    after([&] { join(quiet); });
     emulator().clearKVNotifications();
-    EXPECT_EQ(after([&] { set("single-quiet", "k", "v"); }),
-              (Strings{"answer", kv("single-quiet", {{"k", "v"}}, kNone)}));
+    EXPECT_EQ(after([&] { set(quiet, "k", "v"); }), (Strings{"answer", kv(quiet, {{"k", "v"}}, kNone)}));
     EXPECT_TRUE(emulator().kvNotifications().empty());
-    EXPECT_EQ(emulator().chatRoomEntryOwner("single-quiet", "k"), "emulator-user");
+    EXPECT_EQ(emulator().chatRoomEntryOwner(quiet, "k"), "emulator-user");
 }
 
 TEST_F(KVServerTest, BatchWritesJudgeEveryEntryInKeyOrderAndEchoOnlyTheAppliedOnes) {
@@ -196,7 +209,7 @@ TEST_F(KVServerTest, BatchWritesJudgeEveryEntryInKeyOrderAndEchoOnlyTheAppliedOn
     int index = 0;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const std::string room = "batch-" + std::to_string(index++);
+        const std::string room = named("batch-" + std::to_string(index++));
         prepareRoom(room);
         if (!row.inRoom) after([&] { quit(room); });
         const auto write = [&] {
@@ -210,7 +223,7 @@ TEST_F(KVServerTest, BatchWritesJudgeEveryEntryInKeyOrderAndEchoOnlyTheAppliedOn
 }
 
 TEST_F(KVServerTest, ReadsAnswerFromTheStoreToMembersOnly) {
-    const std::string room = "reads";
+    const std::string room = named("reads");
     prepareRoom(room);
     const struct {
         const char* name;
@@ -251,7 +264,7 @@ TEST_F(KVServerTest, LeavingEndsMembershipAndDropsTheUsersAutoDeleteEntries) {
     int index = 0;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const std::string room = "leave-" + std::to_string(index++);
+        const std::string room = named("leave-" + std::to_string(index++));
         prepareRoom(room);
         // Another user's autoDelete entry stays when the current user leaves.
         emulator().setCurrentUserId("someone");
@@ -289,7 +302,7 @@ TEST_F(KVServerTest, TheFirstSynchronisationFollowsASuccessfulJoinAnswerAsConfig
     int index = 0;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const std::string room = "sync-" + std::to_string(index++);
+        const std::string room = named("sync-" + std::to_string(index++));
         emulator().setKVFirstSync(row.mode, row.delay);
         const std::string operation = row.existingOnly ? "joinExistingChatroom" : "joinChatroom";
         emulator().setRule(operation, ZMCoreAnswer::failure(row.joinCode));
@@ -321,7 +334,7 @@ TEST_F(KVServerTest, AFirstSynchronisationStillDueIsDroppedWhenTheUserLeavesOrTh
     int index = 0;
     for (const auto& cancel : cancels) {
         SCOPED_TRACE(index);
-        const std::string room = "due-" + std::to_string(index++);
+        const std::string room = named("due-" + std::to_string(index++));
         after([&] { join(room); });
         EXPECT_EQ(mainQueue.activeTimerCount(), 1u);
         after([&] { mainQueue.advance(1); });
@@ -337,34 +350,36 @@ TEST_F(KVServerTest, AFirstSynchronisationStillDueIsDroppedWhenTheUserLeavesOrTh
     emulator().setRule("joinChatroom", [](const ZMCoreRequest& request) -> std::optional<ZMCoreAnswer> {
         return ZMCoreAnswer::success({{"first", request.id}});
     });
-    after([] {
-        service().joinChatroom("due-inside", 10, false, 0, [](int32_t, const ZMValue& result) {
+    const std::string inside = named("due-inside");
+    after([&] {
+        service().joinChatroom(inside, 10, false, 0, [inside](int32_t, const ZMValue& result) {
             if (!result.contains("first")) return;
-            service().quitChatroom("due-inside", nullptr);
+            service().quitChatroom(inside, nullptr);
             emulator().setRule("joinChatroom", ZMCoreAnswer::success());
-            service().joinChatroom("due-inside", 10, false, 0, nullptr);
+            service().joinChatroom(inside, 10, false, 0, nullptr);
         });
     });
     EXPECT_EQ(mainQueue.activeTimerCount(), 1u);
-    EXPECT_EQ(after([&] { mainQueue.advance(2); }), Strings{"sync:due-inside"});
+    EXPECT_EQ(after([&] { mainQueue.advance(2); }), Strings{"sync:" + inside});
     emulator().clearRules();
 
     // A held join makes the user a member when it is answered, by hand too.
     emulator().setKVFirstSync(FirstSync::Immediately);
     emulator().holdRequests("joinChatroom");
-    EXPECT_EQ(after([&] { join("due-held"); }), Strings{});
-    EXPECT_EQ(after([&] { set("due-held", "k", "v"); }), Strings{"answer:23406"});
+    const std::string held = named("due-held");
+    EXPECT_EQ(after([&] { join(held); }), Strings{});
+    EXPECT_EQ(after([&] { set(held, "k", "v"); }), Strings{"answer:23406"});
     EXPECT_EQ(after([&] { emulator().answer(emulator().heldRequests().at(0).id, ZMCoreAnswer::success()); }),
-              (Strings{"answer:0:{}", "sync:due-held"}));
-    EXPECT_EQ(after([&] { set("due-held", "k", "v"); }).front(), "answer");
+              (Strings{"answer:0:{}", "sync:" + held}));
+    EXPECT_EQ(after([&] { set(held, "k", "v"); }).front(), "answer");
 }
 
 TEST_F(KVServerTest, ChangesMadeThroughTheControlApiArePushedToMembersOnly) {
-    const std::string room = "control";
+    const std::string room = named("control");
     // Seeded before anyone joined, so that the first synchronisation finds it.
     emulator().seedChatRoomEntries(room, {{"s", "1"}});
     emulator().setKVFirstSync(FirstSync::Immediately);
-    EXPECT_EQ(after([&] { join(room); }), (Strings{"answer:0:{}", "sync:control"}));
+    EXPECT_EQ(after([&] { join(room); }), (Strings{"answer:0:{}", "sync:" + room}));
     EXPECT_EQ(after([&] { service().getAllChatRoomEntries(room, false, answer(), answer()); }),
               Strings{R"(answer:{"s":"1"})"});
     const struct {
@@ -374,8 +389,8 @@ TEST_F(KVServerTest, ChangesMadeThroughTheControlApiArePushedToMembersOnly) {
     } rows[] = {
         {"seed", [&] { emulator().seedChatRoomEntries(room, {{"a", "1"}}, "x"); }, {}},
         {"change", [&] { emulator().changeChatRoomEntries(room, {{"a", "2"}, {"b", "3"}}); },
-         {R"(kv:control:{"a":"2","b":"3"}:{})"}},
-        {"delete", [&] { emulator().deleteChatRoomEntries(room, {"a", "missing"}); }, {R"(kv:control:{}:{"a":"2"})"}},
+         {kv(room, {{"a", "2"}, {"b", "3"}}, kNone)}},
+        {"delete", [&] { emulator().deleteChatRoomEntries(room, {"a", "missing"}); }, {kv(room, kNone, {{"a", "2"}})}},
         {"delete nothing", [&] { emulator().deleteChatRoomEntries(room, {"missing"}); }, {}},
     };
     for (const auto& row : rows) EXPECT_EQ(after(row.change), row.heard) << row.name;
@@ -387,7 +402,8 @@ TEST_F(KVServerTest, ChangesMadeThroughTheControlApiArePushedToMembersOnly) {
 }
 
 TEST_F(KVServerTest, RulesTakePrecedenceAndTheModelSwitchedOffAnswersLikeTheDefaults) {
-    const std::string room = "ruled";
+    const std::string room = named("ruled");
+    const std::string off = named("off");
     prepareRoom(room);
     // A rule's answer, a held request answered by hand: the store is untouched and nothing is echoed.
     emulator().setRule("setChatroomStatus", ZMCoreAnswer::success());
@@ -407,23 +423,23 @@ TEST_F(KVServerTest, RulesTakePrecedenceAndTheModelSwitchedOffAnswersLikeTheDefa
     // nothing is stored or pushed, and joins and quits are not followed.
     emulator().setKVServerModelEnabled(false);
     emulator().setKVFirstSync(FirstSync::Immediately);
-    EXPECT_EQ(after([&] { join("off"); }), Strings{"answer:0:{}"});
-    EXPECT_EQ(after([&] { set("off", "k", "v", false, true); }), Strings{"answer"});
+    EXPECT_EQ(after([&] { join(off); }), Strings{"answer:0:{}"});
+    EXPECT_EQ(after([&] { set(off, "k", "v", false, true); }), Strings{"answer"});
     EXPECT_EQ(after([&] { service().getChatRoomEntry(room, "mine", answer(), answer()); }), Strings{"answer:{}"});
     EXPECT_EQ(after([&] { service().removeChatRoomEntries(room, {"x"}, false, answer(), answer()); }),
               Strings{"answer"});
     EXPECT_EQ(after([&] { emulator().changeChatRoomEntries(room, {{"mine", "n"}}); }), Strings{});
     EXPECT_EQ(after([&] { quit(room); }), Strings{"answer:0"});
-    EXPECT_EQ(emulator().chatRoomEntries("off"), ZMValue::object());
+    EXPECT_EQ(emulator().chatRoomEntries(off), ZMValue::object());
 
     // On again: the user is still in the room the model saw it join.
     emulator().setKVServerModelEnabled(true);
-    EXPECT_EQ(after([&] { set(room, "k", "v"); }), (Strings{"answer", R"(kv:ruled:{"k":"v"}:{})"}));
-    EXPECT_EQ(after([&] { set("off", "k", "v"); }), Strings{"answer:23406"});
+    EXPECT_EQ(after([&] { set(room, "k", "v"); }), (Strings{"answer", kv(room, {{"k", "v"}}, kNone)}));
+    EXPECT_EQ(after([&] { set(off, "k", "v"); }), Strings{"answer:23406"});
 }
 
 TEST_F(KVServerTest, AnswersAndEchoesRunOnCallbackThreadsAndEachEchoFollowsItsAnswer) {
-    const std::string room = "threads";
+    const std::string room = named("threads");
     after([&] { join(room); });
     emulator().setCallbackThreadCount(3);
     std::vector<std::thread> writers;
