@@ -202,7 +202,9 @@ ZMEmulatedKVServer::Reply ZMEmulatedKVServer::write(const ZMCoreRequest& request
         }
     } else {
         // A batch: every entry is judged on its own, in key order; the
-        // request fails with the first failing entry's code.
+        // request fails with the first failing entry's code. A request refused
+        // as a whole fails every entry, and fails even without entries.
+        code = refusal;
         const bool isSet = operation == "setChatRoomEntries";
         std::set<std::string> keys;
         const ZMValue& entries = argument(request, "entries");

@@ -204,6 +204,8 @@ TEST_F(KVServerTest, BatchWritesJudgeEveryEntryInKeyOrderAndEchoOnlyTheAppliedOn
          {"answer", R"(kv:%:{}:{"mine":"m","theirs":"t"})"}, ZMValue::object()},
         {"remove outside the room", false, {"mine"}, true, false, {R"(answer:23406:{"mine":23406})"},
          {{"mine", "m"}, {"theirs", "t"}}},
+        {"remove no key outside the room", false, ZMValue::array(), true, false, {"answer:23406:{}"},
+         {{"mine", "m"}, {"theirs", "t"}}},
     };
     emulator().setKVRoomCapacity(4);
     int index = 0;
