@@ -79,9 +79,9 @@ public:
     // ---- Key-value store ----------------------------------------------------
     // A room's KV entries live on the server; the core mirrors them locally.
     // Keys: 1 to 128 UTF-16 units of the core's legal characters; values: 1 to
-    // 4096 units; a notification extra: absent or at most 2048 units. Every
-    // operation is refused with 23426 while the navigation data switches the
-    // KV store off. Writes and removes never wait for the room's first
+    // 4096 units; a notification extra: absent or at most 2048 units. While
+    // the navigation data switches the KV store off, an operation whose
+    // earlier checks pass is refused with 23426 (the orders: docs/errors.md). Writes and removes never wait for the room's first
     // synchronisation; single and batch reads do (34004 until then).
     //
     // Writes one entry. With sendNotification the server also sends a KV

@@ -10,13 +10,13 @@
 
 namespace {
 
-// Pretty-printed JSON text of a non-empty container of the wanted kind, or ""
-// when there is nothing to print or the writer refuses it. The platform's
-// exceptions are logged with exceptionFormat and turned into ""; any other
-// exception reaches the caller.
-std::string prettyJSONText(const ZMValue& container, bool wantDictionary, std::string_view exceptionFormat) {
-    const bool rightKind = wantDictionary ? container.is_object() : container.is_array();
-    if (!rightKind || container.empty() || !ZMJSONSerialization::isValidJSONObject(container)) {
+// Pretty-printed JSON text of a non-empty dictionary or array (either helper
+// takes either kind), or "" when there is nothing to print or the writer
+// refuses it. The platform's exceptions are logged with exceptionFormat and
+// turned into ""; any other exception reaches the caller.
+std::string prettyJSONText(const ZMValue& container, std::string_view exceptionFormat) {
+    if (!(container.is_object() || container.is_array()) || container.empty() ||
+        !ZMJSONSerialization::isValidJSONObject(container)) {
         return "";
     }
     try {
@@ -35,11 +35,11 @@ std::string prettyJSONText(const ZMValue& container, bool wantDictionary, std::s
 }  // namespace
 
 std::string ZMChatRoomUtil::stringFromDict(const ZMValue& dict) {
-    return prettyJSONText(dict, true, "ZMChatRoomUtil stringFromDict exception:%@");
+    return prettyJSONText(dict, "ZMChatRoomUtil stringFromDict exception:%@");
 }
 
 std::string ZMChatRoomUtil::stringFromArray(const ZMValue& array) {
-    return prettyJSONText(array, false, "ZMChatRoomUtil stringFromArray exception:%@");
+    return prettyJSONText(array, "ZMChatRoomUtil stringFromArray exception:%@");
 }
 
 std::shared_ptr<ZMChatRoomSyncEvent> ZMChatRoomUtil::modelWithSyncMessage(

@@ -14,8 +14,9 @@
 // JSON text for log lines and the event models of the notify-event observers.
 class ZMChatRoomUtil {
 public:
-    // Pretty-printed JSON text of a non-empty dictionary / array that is valid
-    // JSON; "" for anything else and on any failure (never throws for the
+    // Pretty-printed JSON text of a non-empty dictionary or array that is
+    // valid JSON (the two differ only in the text of their exception line);
+    // "" for anything else and on any failure (never throws for the
     // platform's exceptions, which are logged).
     static std::string stringFromDict(const ZMValue& dict);
     static std::string stringFromArray(const ZMValue& array);

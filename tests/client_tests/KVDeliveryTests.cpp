@@ -167,6 +167,51 @@ TEST_F(KVTest, FirstSyncDeliversTheWholeStoreOnceFilteredTwice) {
                                                                     "Chatroom KV synchronize from local DB"}}));
     EXPECT_EQ(kvFlag("r1"), true);
     EXPECT_EQ(timeline.callsOnClientQueues, 0);
+    std::lock_guard<std::mutex> lock(timeline.mutex);
+    ASSERT_EQ(timeline.entryAddresses.size(), 2u);
+    EXPECT_EQ(timeline.entryAddresses[0], timeline.entryAddresses[1]);  // one dictionary for both observers
+}
+
+// The filter of a first synchronisation is the one set when it was reported,
+// kept alive until the full list has been delivered; the full read itself
+// consults the filter set when its answer arrives.
+TEST_F(KVTest, FirstSyncKeepsTheFilterItStartedWith) {
+    struct NamedFilter : ZMChatRoomKVStatusFilterDelegate {
+        NamedFilter(KVTimeline& t, std::string n) : timeline(t), name(std::move(n)) {}
+        ZMValue chatRoomKVUpdateFilter(const std::string&, const ZMValue& entry) override {
+            timeline.note(name + " update");
+            return entry;
+        }
+        ZMValue getAllChatRoomEntriesFilter(const std::string&, const ZMValue& entry) override {
+            timeline.note(name + " all");
+            return entry;
+        }
+        KVTimeline& timeline;
+        std::string name;
+    };
+    auto observer = std::make_shared<KVUpdateObserver>(timeline, "o1");
+    client.addChatRoomKVStatusChangeDelegate(observer);
+    auto first = std::make_shared<NamedFilter>(timeline, "first");
+    std::weak_ptr<NamedFilter> firstAlive = first;
+    client.setZMChatRoomKVStatusFilterDelegate(first);
+    core.holdRequests("getAllChatRoomEntries");
+    core.raiseStatusChange("r1");
+    settle();
+    // The app replaces the filter and drops the first one while the read is under way.
+    auto second = std::make_shared<NamedFilter>(timeline, "second");
+    client.setZMChatRoomKVStatusFilterDelegate(second);
+    first.reset();
+    EXPECT_FALSE(firstAlive.expired());
+    takeTimeline();
+    ASSERT_TRUE(answerHeld(ZMCoreAnswer::success({{"a", "1"}})));
+    Strings events = takeTimeline();
+    Strings filterCalls;
+    for (const auto& event : events) {
+        if (event.rfind("first", 0) == 0 || event.rfind("second", 0) == 0) filterCalls.push_back(event);
+    }
+    EXPECT_EQ(filterCalls, (Strings{"second all", "first update"}));
+    EXPECT_EQ(events.back(), "o1 update r1 {\"a\":\"1\"}");
+    EXPECT_TRUE(firstAlive.expired());  // released once the delivery ran
 }
 
 TEST_F(KVTest, FirstSyncOfAnEmptyRoomLogsCountZeroAndUpdatesNobody) {

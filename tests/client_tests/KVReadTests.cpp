@@ -29,10 +29,10 @@ TEST_F(KVTest, SingleGetChecksKeyThenSwitchThenSynchronisation) {
         std::vector<ZMLogLine> lines;
     };
     const std::vector<Row> rows = {
-        {"empty room", "", "k1", true, ZMErrorInvalidParameter,
+        {"empty room, store off", "", "k1", false, ZMErrorInvalidParameter,
          {opLine(4, T, "room_id:,key:k1"), kRoomIdNil, diagnostic(2, "Parameter Error, " + kGetOperation + ", chatroomId:"),
           opLine(4, R, "room_id:,code:34210")}},
-        {"bad key in a room never synchronised", "r1", "a b", true, ZMErrorInvalidKVKey,
+        {"bad key, store off, never synchronised", "r1", "a b", false, ZMErrorInvalidKVKey,
          {opLine(4, T, "room_id:r1,key:a b"), kKeyIllegal,
           diagnostic(2, "Parameter Error, " + kGetOperation + ", chatroomId:r1, key:a b"),
           opLine(4, R, "room_id:r1,code:34260")}},
@@ -72,6 +72,7 @@ TEST_F(KVTest, SingleGetHandsOnTheCoresDictionaryAndMapsEveryFailureTo23427) {
         EXPECT_EQ(sent(), (Requests{{"getChatRoomEntry", {{"chatroomId", "r1"}, {"key", "k1"}}}}));
         EXPECT_EQ(outcome.total(), 1);
         EXPECT_FALSE(outcome.onCallerThread);
+        EXPECT_FALSE(outcome.onOperationQueue);
         if (answer.code == 0) {
             EXPECT_EQ(outcome.entries, found);
         } else {
@@ -95,7 +96,7 @@ TEST_F(KVTest, BatchGetChecksKeysSwitchAndSynchronisationButSetsNoUpperBound) {
         std::vector<ZMLogLine> lines;
     };
     const std::vector<Row> rows = {
-        {"empty room", "", oneKey, true, ZMErrorInvalidParameter,
+        {"empty room, store off", "", oneKey, false, ZMErrorInvalidParameter,
          {opLine(4, T, "room_id:,keys:" + pretty(oneKey)), kRoomIdNil,
           diagnostic(2, "Parameter Error, " + kBatchOperation + ", chatroomId:"), opLine(4, R, "room_id:,code:34210")}},
         {"no keys", "r1", ZMValue::array(), true, ZMErrorKVKeysEmpty,
@@ -106,11 +107,15 @@ TEST_F(KVTest, BatchGetChecksKeysSwitchAndSynchronisationButSetsNoUpperBound) {
           diagnostic(2, "Parameter Error, " + kBatchOperation + ", chatroomId:r1, keys:(null)"),
           opLine(4, R, "room_id:r1,code:34261")}},
         {"keys in a dictionary", "r1", {{"k1", "v1"}}, true, ZMErrorKVKeysEmpty,
-         {opLine(4, T, "room_id:r1,keys:"),
+         {opLine(4, T, "room_id:r1,keys:" + pretty({{"k1", "v1"}})),
           diagnostic(2, "Parameter Error, " + kBatchOperation + ", chatroomId:r1, keys:{\"k1\":\"v1\"}"),
           opLine(4, R, "room_id:r1,code:34261")}},
         {"an illegal key with the store off", "r1", ZMValue::array({"k1", "a b"}), false, ZMErrorInvalidKVKey,
          {opLine(4, T, "room_id:r1,keys:" + pretty(ZMValue::array({"k1", "a b"}))), kKeyIllegal,
+          diagnostic(2, "Parameter Error, " + kBatchOperation + ", chatroomId:r1, key:a b"),
+          opLine(4, R, "room_id:r1,code:34260")}},
+        {"two illegal keys: only the first is examined", "r1", ZMValue::array({"a b", "c d"}), true, ZMErrorInvalidKVKey,
+         {opLine(4, T, "room_id:r1,keys:" + pretty(ZMValue::array({"a b", "c d"}))), kKeyIllegal,
           diagnostic(2, "Parameter Error, " + kBatchOperation + ", chatroomId:r1, key:a b"),
           opLine(4, R, "room_id:r1,code:34260")}},
         {"store off", "r1", oneKey, false, ZMErrorKVStorageDisabled,
@@ -146,6 +151,8 @@ TEST_F(KVTest, BatchGetSendsAnyNumberOfKeysAndPassesTheAnswerThroughUnfiltered) 
         settle();
         EXPECT_EQ(sent(), (Requests{{"getChatRoomEntriesByBatch", {{"chatroomId", "r1"}, {"keys", keys}}}}));
         EXPECT_EQ(outcome.total(), 1);
+        EXPECT_FALSE(outcome.onCallerThread);
+        EXPECT_FALSE(outcome.onOperationQueue);
         if (answer.code == 0) {
             EXPECT_EQ(outcome.entries, found);
             EXPECT_EQ(logged(ZM_A_GET_CHATROOM_BATCH_KV_R),
@@ -171,6 +178,8 @@ TEST_F(KVTest, GetAllIsNeverRefusedForTheSyncStateAndTellsTheCoreInstead) {
         ASSERT_TRUE(answerHeld(ZMCoreAnswer::success()));
         settle();
         EXPECT_EQ(outcome.successes, 1);
+        EXPECT_FALSE(outcome.onCallerThread);
+        EXPECT_FALSE(outcome.onOperationQueue);
         EXPECT_EQ(sent(), (Requests{{"getAllChatRoomEntries", {{"chatroomId", "r1"}, {"isSync", synchronised}}}}));
         // The source line is written after scheduling, before the answer's line.
         EXPECT_EQ(allLines(), (std::vector<ZMLogLine>{opLine(4, ZM_A_GET_CHATROOM_ALL_KV_T, "room_id:r1"),
@@ -191,7 +200,7 @@ TEST_F(KVTest, GetAllRefusalsAndFailuresWriteTheirLinesInTheirOwnOrder) {
     const std::string T = ZM_A_GET_CHATROOM_ALL_KV_T;
     const std::string R = ZM_A_GET_CHATROOM_ALL_KV_R;
     const std::vector<Row> rows = {
-        {"empty room", "", true, ZMCoreAnswer::success(), ZMErrorInvalidParameter,
+        {"empty room, store off", "", false, ZMCoreAnswer::success(), ZMErrorInvalidParameter,
          {opLine(4, T, "room_id:"), kRoomIdNil, diagnostic(2, "Parameter Error, " + kAllOperation + ", chatroomId:"),
           opLine(4, R, "room_id:,code:34210")}},
         // Result line first, then the switch's line: the reverse of the other operations.
@@ -290,6 +299,19 @@ TEST_F(KVTest, TheSyncFlagFollowsJoinResetFirstSyncQuitDestroyAndLogout) {
         {"rejoin and sync", [&] { joinAndSettle("r1"); core.raiseStatusChange("r1"); }, true},
         {"destroyed", [&] { core.raiseRoomDestroyed("r1", 0); }, std::nullopt},
         {"rejoin and sync again", [&] { joinAndSettle("r1"); core.raiseStatusChange("r1"); }, true},
+        {"an automatic rejoin keeps it", [&] {
+             client.resetCacheChatRoomForFailed();
+             client.rejoinCacheChatRoom();
+         },
+         true},
+        {"an automatic rejoin answered with a reset", [&] {
+             core.setRule("joinChatroom", ZMCoreAnswer::failure(ZMCodeJoinedWithReset));
+             client.resetCacheChatRoomForFailed();
+             client.rejoinCacheChatRoom();
+             settle();
+             core.setRule("joinChatroom", ZMCoreAnswer::success());
+         },
+         false},
         {"logout", [&] { client.clearChatRoom(); }, std::nullopt},
         {"a status change for a room never joined", [&] { core.raiseStatusChange("r2"); }, std::nullopt},
     };

@@ -62,7 +62,7 @@ TEST_F(KVTest, SingleSetChecksRoomKeyValueExtraThenTheSwitchWithItsOwnLines) {
     };
     const std::vector<Refusal> refusals = {
         // An invalid room id writes no result line, unlike every other refusal.
-        {"empty room", "", "k1", "v1", nullptr, true, ZMErrorInvalidParameter,
+        {"empty room, store off", "", "k1", "v1", nullptr, false, ZMErrorInvalidParameter,
          {start("", "k1", "v1"), kRoomIdNil, diagnostic(2, "Parameter Error, " + kSetOperation + ", chatroomId:")}},
         {"absent room", nullptr, "k1", "v1", nullptr, true, ZMErrorInvalidParameter,
          {start("(null)", "k1", "v1"), kRoomIdNotString,
@@ -73,7 +73,7 @@ TEST_F(KVTest, SingleSetChecksRoomKeyValueExtraThenTheSwitchWithItsOwnLines) {
          {start("r1", "k1", ""), kValueLength, opLine(4, R, "room_id:r1,code:34262")}},
         {"value not a string", "r1", "k1", 42, nullptr, true, ZMErrorInvalidKVValue,
          {start("r1", "k1", "42"), kValueNotString, opLine(4, R, "room_id:r1,code:34262")}},
-        {"extra too long", "r1", "k1", "v1", kLongExtra, true, ZMErrorInvalidNotificationExtra,
+        {"extra too long, store off", "r1", "k1", "v1", kLongExtra, false, ZMErrorInvalidNotificationExtra,
          {start("r1", "k1", "v1"), kExtraLength, opLine(4, R, "room_id:r1,code:34264")}},
         {"extra not a string", "r1", "k1", "v1", 7, true, ZMErrorInvalidNotificationExtra,
          {start("r1", "k1", "v1"), kExtraNotString, opLine(4, R, "room_id:r1,code:34264")}},
@@ -100,7 +100,7 @@ TEST_F(KVTest, SingleRemoveWritesAResultLineForEveryRefusalAndAKeyLineForABadKey
         return opLine(4, T, "room_id:" + room + ",key:" + key + ",overwrite:0,notify:1");
     };
     const std::vector<Refusal> refusals = {
-        {"empty room", "", "k1", nullptr, nullptr, true, ZMErrorInvalidParameter,
+        {"empty room, store off", "", "k1", nullptr, nullptr, false, ZMErrorInvalidParameter,
          {start("", "k1"), kRoomIdNil, diagnostic(2, "Parameter Error, " + kRemoveOperation + ", chatroomId:"),
           opLine(4, R, "room_id:,code:34210")}},
         {"illegal key beats bad extra", "r1", "a b", nullptr, kLongExtra, true, ZMErrorInvalidKVKey,
@@ -111,7 +111,7 @@ TEST_F(KVTest, SingleRemoveWritesAResultLineForEveryRefusalAndAKeyLineForABadKey
          {start("r1", "5"), kKeyNotString,
           diagnostic(2, "Parameter Error, " + kRemoveOperation + ", chatroomId:r1, key:5"),
           opLine(4, R, "room_id:r1,code:34260")}},
-        {"extra too long", "r1", "k1", nullptr, kLongExtra, true, ZMErrorInvalidNotificationExtra,
+        {"extra too long, store off", "r1", "k1", nullptr, kLongExtra, false, ZMErrorInvalidNotificationExtra,
          {start("r1", "k1"), kExtraLength, opLine(4, R, "room_id:r1,code:34264")}},
         {"bad key with the store off", "r1", "", nullptr, nullptr, false, ZMErrorInvalidKVKey,
          {start("r1", ""), kKeyLength, diagnostic(2, "Parameter Error, " + kRemoveOperation + ", chatroomId:r1, key:"),
@@ -142,20 +142,20 @@ TEST_F(KVTest, SingleWritesSendTheirFlagsAndAlwaysAnEncodedNotification) {
         std::string startLine;
     };
     const std::vector<Case> cases = {
-        {"set", [&](CallOutcome& o) { client.setChatRoomEntry("r1", "k1", "v1", true, false, "x", o.success(), o.error()); },
+        {"set", [&](CallOutcome& o) { client.setChatRoomEntry("r1", "k1", "v1", true, true, "x", o.success(), o.error()); },
          "setChatroomStatus",
-         {{"chatroomId", "r1"}, {"key", "k1"}, {"value", "v1"}, {"overwrite", false}, {"autoDelete", false},
+         {{"chatroomId", "r1"}, {"key", "k1"}, {"value", "v1"}, {"overwrite", false}, {"autoDelete", true},
           {"sendNotification", true}},
          {{"type", 1}, {"key", "k1"}, {"value", "v1"}, {"extra", "x"}},
-         "room_id:r1,key:k1,value:v1,overwrite:0,notify:1,auto_del:0"},
+         "room_id:r1,key:k1,value:v1,overwrite:0,notify:1,auto_del:1"},
         {"force set without notification", [&](CallOutcome& o) {
-             client.forceSetChatRoomEntry("r1", "k1", "v1", false, true, nullptr, o.success(), o.error());
+             client.forceSetChatRoomEntry("r1", "k1", "v1", false, false, nullptr, o.success(), o.error());
          },
          "setChatroomStatus",
-         {{"chatroomId", "r1"}, {"key", "k1"}, {"value", "v1"}, {"overwrite", true}, {"autoDelete", true},
+         {{"chatroomId", "r1"}, {"key", "k1"}, {"value", "v1"}, {"overwrite", true}, {"autoDelete", false},
           {"sendNotification", false}},
          {{"type", 1}, {"key", "k1"}, {"value", "v1"}},
-         "room_id:r1,key:k1,value:v1,overwrite:1,notify:0,auto_del:1"},
+         "room_id:r1,key:k1,value:v1,overwrite:1,notify:0,auto_del:0"},
         {"remove", [&](CallOutcome& o) { client.removeChatRoomEntry("r1", "k1", true, "x", o.success(), o.error()); },
          "removeChatRoomStatus",
          {{"chatroomId", "r1"}, {"key", "k1"}, {"overwrite", false}, {"sendNotification", true}},
@@ -238,7 +238,7 @@ TEST_F(KVTest, BatchSetTestsTheSwitchBeforeTheCountAndWritesNoStartLine) {
         std::vector<ZMLogLine> lines;
     };
     const std::vector<Row> rows = {
-        {"empty room", "", {{"k1", "v1"}}, true, ZMErrorInvalidParameter,
+        {"empty room, store off", "", {{"k1", "v1"}}, false, ZMErrorInvalidParameter,
          {kRoomIdNil, diagnostic(2, "Parameter Error, " + kSetEntriesOperation + ", chatroomId:"),
           opLine(4, R, "room_id:,code:34210")}},
         {"11 entries with the store off", "r1", elevenEntries(), false, ZMErrorKVStorageDisabled,
@@ -258,7 +258,8 @@ TEST_F(KVTest, BatchSetTestsTheSwitchBeforeTheCountAndWritesNoStartLine) {
          {kValueNotString,
           diagnostic(2, "Parameter Error, " + kSetEntriesOperation + ", chatroomId:r1, key:k1, value:3"),
           opLine(4, R, "room_id:r1,code:34262")}},
-        {"an illegal key", "r1", {{"k/1", "v1"}}, true, ZMErrorInvalidKVKey,
+        {"two illegal keys: only the first is examined", "r1", {{"k/1", "v1"}, {"k/2", "v2"}}, true,
+         ZMErrorInvalidKVKey,
          {kKeyIllegal,
           diagnostic(2, "Parameter Error, " + kSetEntriesOperation + ", chatroomId:r1, key:k/1, value:v1"),
           opLine(4, R, "room_id:r1,code:34260")}},
@@ -285,7 +286,7 @@ TEST_F(KVTest, BatchRemoveWritesItsStartLineFirstAndTestsTheSwitchLast) {
         std::vector<ZMLogLine> lines;
     };
     const std::vector<Row> rows = {
-        {"empty room", "", ZMValue::array({"k1"}), true, ZMErrorInvalidParameter,
+        {"empty room, store off", "", ZMValue::array({"k1"}), false, ZMErrorInvalidParameter,
          {opLine(4, T, "room_id:,overwrite:1"), kRoomIdNil,
           diagnostic(2, "Parameter Error, " + kRemoveEntriesOperation + ", chatroomId:"),
           opLine(4, R, "room_id:,code:34210")}},
@@ -300,6 +301,11 @@ TEST_F(KVTest, BatchRemoveWritesItsStartLineFirstAndTestsTheSwitchLast) {
         {"a key that is not a string, store off", "r1", ZMValue::array({"k1", 5}), false, ZMErrorInvalidKVKey,
          {opLine(4, T, "room_id:r1,overwrite:1"), kKeyNotString,
           diagnostic(2, "Parameter Error, " + kRemoveEntriesOperation + ", chatroomId:r1, key:5"),
+          opLine(4, R, "room_id:r1,code:34260")}},
+        {"two keys that are not strings: only the first is examined", "r1", ZMValue::array({7, 8}), true,
+         ZMErrorInvalidKVKey,
+         {opLine(4, T, "room_id:r1,overwrite:1"), kKeyNotString,
+          diagnostic(2, "Parameter Error, " + kRemoveEntriesOperation + ", chatroomId:r1, key:7"),
           opLine(4, R, "room_id:r1,code:34260")}},
         {"store off", "r1", ZMValue::array({"k1"}), false, ZMErrorKVStorageDisabled,
          {opLine(4, T, "room_id:r1,overwrite:1"), kStoreOff, opLine(4, R, "room_id:r1,code:23426")}},
@@ -322,50 +328,83 @@ TEST_F(KVTest, BatchesOfTenAreSentAndTheCoresFailedEntriesReachTheAppUnchanged) 
         tenKeys.push_back("k" + std::to_string(i));
     }
     const ZMValue failed = {{"k3", 23423}, {"k7", 23424}};
+    const std::string setR = ZM_A_SET_CHATROOM_KVS_R;
+    const std::string removeR = ZM_A_REMOVE_CHATROOM_KVS_R;
     struct Row {
-        std::string operation;
+        bool isSet;
+        bool isForce;
+        bool autoDelete;  // set only
         ZMCoreAnswer answer;
-        ZMValue arguments;
-        std::vector<ZMLogLine> resultLines;
+        std::vector<ZMLogLine> lines;
     };
     const std::vector<Row> rows = {
-        {"setChatRoomEntries", ZMCoreAnswer::success(),
-         {{"chatroomId", "r1"}, {"entries", ten}, {"overwrite", true}, {"autoDelete", true}},
-         {opLine(4, ZM_A_SET_CHATROOM_KVS_R, "room_id:r1,code:0")}},
-        {"setChatRoomEntries", ZMCoreAnswer::failure(23423, failed),
-         {{"chatroomId", "r1"}, {"entries", ten}, {"overwrite", true}, {"autoDelete", true}},
-         {opLine(2, ZM_A_SET_CHATROOM_KVS_R, "room_id:r1,code:23423,entries:" + failed.dump())}},
-        {"removeChatRoomEntries", ZMCoreAnswer::success(),
-         {{"chatroomId", "r1"}, {"keys", tenKeys}, {"overwrite", true}},
-         {opLine(4, ZM_A_REMOVE_CHATROOM_KVS_R, "room_id:r1,code:0")}},
-        {"removeChatRoomEntries", ZMCoreAnswer::failure(23423, failed),
-         {{"chatroomId", "r1"}, {"keys", tenKeys}, {"overwrite", true}},
-         {opLine(2, ZM_A_REMOVE_CHATROOM_KVS_R, "room_id:r1,code:23423,entries:" + failed.dump())}},
+        {true, false, true, ZMCoreAnswer::success(), {opLine(4, setR, "room_id:r1,code:0")}},
+        {true, true, false, ZMCoreAnswer::failure(23423, failed),
+         {opLine(2, setR, "room_id:r1,code:23423,entries:" + failed.dump())}},
+        {false, false, false, ZMCoreAnswer::success(),
+         {opLine(4, ZM_A_REMOVE_CHATROOM_KVS_T, "room_id:r1,overwrite:0"), opLine(4, removeR, "room_id:r1,code:0")}},
+        {false, true, false, ZMCoreAnswer::failure(23423, failed),
+         {opLine(4, ZM_A_REMOVE_CHATROOM_KVS_T, "room_id:r1,overwrite:1"),
+          opLine(2, removeR, "room_id:r1,code:23423,entries:" + failed.dump())}},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.operation + " " + std::to_string(row.answer.code));
-        const bool isSet = row.operation == "setChatRoomEntries";
-        core.setRule(row.operation, row.answer);
+        const std::string operation = row.isSet ? "setChatRoomEntries" : "removeChatRoomEntries";
+        SCOPED_TRACE(operation + " force " + std::to_string(row.isForce) + " code " + std::to_string(row.answer.code));
+        core.setRule(operation, row.answer);
         forget();
         KVOutcome outcome;
-        if (isSet) {
-            client.setChatRoomEntries("r1", ten, true, true, outcome.success(), outcome.entriesError());
+        if (row.isSet) {
+            client.setChatRoomEntries("r1", ten, row.isForce, row.autoDelete, outcome.success(), outcome.entriesError());
         } else {
-            client.removeChatRoomEntries("r1", tenKeys, true, outcome.success(), outcome.entriesError());
+            client.removeChatRoomEntries("r1", tenKeys, row.isForce, outcome.success(), outcome.entriesError());
         }
         outcome.returned = true;
         settle();
-        EXPECT_EQ(sent(), (Requests{{row.operation, row.arguments}}));
+        const ZMValue arguments =
+            row.isSet ? ZMValue{{"chatroomId", "r1"}, {"entries", ten}, {"overwrite", row.isForce},
+                                {"autoDelete", row.autoDelete}}
+                      : ZMValue{{"chatroomId", "r1"}, {"keys", tenKeys}, {"overwrite", row.isForce}};
+        EXPECT_EQ(sent(), (Requests{{operation, arguments}}));
         EXPECT_EQ(outcome.total(), 1);
         EXPECT_FALSE(outcome.onCallerThread);
+        EXPECT_FALSE(outcome.onOperationQueue);
         if (row.answer.code == 0) {
             EXPECT_EQ(outcome.successes, 1);
         } else {
             EXPECT_EQ(outcome.code, row.answer.code);
             EXPECT_EQ(outcome.failedEntries, failed);
         }
-        const std::string resultTag = isSet ? ZM_A_SET_CHATROOM_KVS_R : ZM_A_REMOVE_CHATROOM_KVS_R;
-        EXPECT_EQ(logged(resultTag), row.resultLines);
+        EXPECT_EQ(allLines(), row.lines);
+    }
+}
+
+// Every operation whose callbacks are left out runs to its end without
+// calling an empty function, whatever the core answers.
+TEST_F(KVTest, AbsentCallbacksAreSkippedOnEveryPath) {
+    markSynchronised("r1");
+    const std::vector<std::pair<std::string, std::function<void()>>> calls = {
+        {"setChatroomStatus", [&] { client.setChatRoomEntry("r1", "k", "v", false, false, nullptr, {}, {}); }},
+        {"removeChatRoomStatus", [&] { client.removeChatRoomEntry("r1", "k", false, nullptr, {}, {}); }},
+        {"getChatRoomEntry", [&] { client.getChatRoomEntry("r1", "k", {}, {}); }},
+        {"setChatRoomEntries", [&] { client.setChatRoomEntries("r1", {{"k", "v"}}, false, false, {}, {}); }},
+        {"removeChatRoomEntries", [&] { client.removeChatRoomEntries("r1", ZMValue::array({"k"}), false, {}, {}); }},
+        {"getChatRoomEntriesByBatch", [&] { client.getChatRoomEntriesByBatch("r1", ZMValue::array({"k"}), {}, {}); }},
+        {"getAllChatRoomEntries", [&] { client.getAllChatRoomEntries("r1", {}, {}); }},
+    };
+    for (const auto& answer : {ZMCoreAnswer::success({{"k", "v"}}), ZMCoreAnswer::failure(500)}) {
+        for (const auto& [operation, makeCall] : calls) {
+            SCOPED_TRACE(operation + " " + std::to_string(answer.code));
+            core.setRule(operation, answer);
+            forget();
+            makeCall();
+            settle();
+            EXPECT_EQ(core.requests(operation).size(), 1u);
+            // The emulator logs any exception a callback raises on its thread.
+            EXPECT_TRUE(logged("ZMEmulatedDispatcher.cpp").empty());
+        }
+        // Refusals too.
+        client.setChatRoomEntry("", "k", "v", false, false, nullptr, {}, {});
+        client.setChatRoomEntries("", {{"k", "v"}}, false, false, {}, {});
     }
 }
 
