@@ -49,19 +49,24 @@ ZMMainQueue& ZMMainQueue::shared() {
     return *queue;
 }
 
+ZMMainQueue::~ZMMainQueue() = default;
+
 void ZMMainQueue::async(Task task) {
     if (!task) return;
+    std::vector<HostRequest> requests;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         tasks_.push_back(std::move(task));
+        collectHostRequestsLocked(requests);
     }
     wake_.notify_all();
+    sendHostRequests(requests);
 }
 
 bool ZMMainQueue::isCurrent() const { return tCurrentMainQueue == this; }
 
 double ZMMainQueue::clockLocked() const {
-    if (!driven_) return now_;
+    if (realTimeDrivers_ == 0) return now_;
     const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - drivenSince_).count();
     return std::max(now_, drivenFrom_ + elapsed);
 }
@@ -86,13 +91,17 @@ std::shared_ptr<ZMTimer> ZMMainQueue::scheduledTimer(double interval, bool repea
     if (!(interval >= kMinimumInterval)) interval = kMinimumInterval;
     std::shared_ptr<ZMTimer> timer;
     std::vector<std::function<void()>> released;
+    std::vector<HostRequest> requests;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         pruneLocked(released);
         timer = std::make_shared<ZMTimer>(interval, repeats, clockLocked() + interval, std::move(action));
         timers_.push_back(timer);
+        collectHostRequestsLocked(requests);
     }
     wake_.notify_all();  // a real-time driver may have to wake earlier now
+    released.clear();    // destroyed outside the lock
+    sendHostRequests(requests);
     return timer;
 }
 
@@ -178,14 +187,9 @@ bool ZMMainQueue::drive(double seconds, const std::function<bool()>* done, bool 
     if (!(seconds >= 0)) seconds = 0;
 
     std::unique_lock<std::mutex> lock(mutex_);
-    // Start following the wall clock; a drive nested in a task of an outer
-    // drive keeps the outer one's reading.
-    const bool outermost = !driven_;
-    if (outermost) {
-        drivenFrom_ = now_;
-        drivenSince_ = std::chrono::steady_clock::now();
-        driven_ = true;
-    }
+    // Follow the wall clock; a drive nested in a task of an outer drive (or
+    // run while a host poster is set) keeps the reading already running.
+    beginRealTimeLocked();
     const double deadline = clockLocked() + seconds;
     bool met = false;
     for (;;) {
@@ -229,11 +233,7 @@ bool ZMMainQueue::drive(double seconds, const std::function<bool()>* done, bool 
         const double wait = std::clamp(wakeAt - current, 0.0, kLongestWait);
         wake_.wait_for(lock, std::chrono::duration<double>(wait));
     }
-    if (outermost) {
-        // Stop following the wall clock: it stays at the time reached.
-        now_ = clockLocked();
-        driven_ = false;
-    }
+    endRealTimeLocked();
     lock.unlock();
     return met || isDone();
 }
@@ -254,4 +254,151 @@ void ZMMainQueue::stop() {
         stopRequested_ = true;
     }
     wake_.notify_all();
+}
+
+void ZMMainQueue::beginRealTimeLocked() {
+    if (realTimeDrivers_++ == 0) {
+        drivenFrom_ = now_;
+        drivenSince_ = std::chrono::steady_clock::now();
+    }
+}
+
+void ZMMainQueue::endRealTimeLocked() {
+    if (realTimeDrivers_ == 1) now_ = clockLocked();  // the clock stays at the time reached
+    --realTimeDrivers_;
+}
+
+void ZMMainQueue::setHostPoster(HostPoster poster) {
+    std::shared_ptr<HostSlot> previous;  // destroyed outside the lock
+    std::vector<HostRequest> requests;
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        const bool had = hostPoster_ != nullptr;
+        previous = std::move(hostPoster_);
+        hostPoster_ = nullptr;
+        ++hostGeneration_;  // work handed to the previous poster is stale from now on
+        hostTasksRequested_ = false;
+        hostWakeAt_.reset();
+        if (poster) {
+            hostPoster_ = std::make_shared<HostSlot>(HostSlot{std::move(poster), 0});
+            if (!had) beginRealTimeLocked();
+            collectHostRequestsLocked(requests);
+        } else if (had) {
+            endRealTimeLocked();
+        }
+        // No new call can reach the previous poster now; wait for those under way.
+        if (previous) hostCallsDone_.wait(lock, [&] { return previous->callsUnderWay == 0; });
+    }
+    sendHostRequests(requests);
+}
+
+bool ZMMainQueue::hasHostPoster() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return hostPoster_ != nullptr;
+}
+
+void ZMMainQueue::collectHostRequestsLocked(std::vector<HostRequest>& requests) {
+    if (!hostPoster_) return;
+    if (!tasks_.empty() && !hostTasksRequested_) {
+        hostTasksRequested_ = true;
+        requests.push_back(HostRequest{hostPoster_, hostGeneration_, false, 0, 0});
+    }
+    std::optional<double> earliest;
+    for (const auto& timer : timers_) {
+        if (timer->isValid() && (!earliest || timer->fireTime_ < *earliest)) earliest = timer->fireTime_;
+    }
+    // A wake-up already asked for at or before the earliest due time covers it;
+    // one that turns out early or stale asks again when it runs.
+    if (earliest && (!hostWakeAt_ || *earliest < *hostWakeAt_)) {
+        hostWakeAt_ = earliest;
+        const double delay = std::clamp(*earliest - clockLocked(), 0.0, kLongestWait);
+        requests.push_back(HostRequest{hostPoster_, hostGeneration_, true, *earliest, delay});
+    }
+}
+
+void ZMMainQueue::sendHostRequests(std::vector<HostRequest>& requests) {
+    for (auto& request : requests) {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            // Replaced or removed meanwhile: a new poster was asked for itself.
+            if (request.generation != hostGeneration_) continue;
+            ++request.slot->callsUnderWay;
+        }
+        // The work refers to the queue only while it exists, and does not hold
+        // the poster (which may own the host that holds the work).
+        Task work = [this, alive = std::weak_ptr<int>(lifetime_),
+                     round = HostRequest{nullptr, request.generation, request.wake, request.wakeAt, request.delay}] {
+            if (!alive.expired()) runHostRound(round);
+        };
+        bool posted = false;
+        try {
+            request.slot->poster(std::move(work), request.delay);
+            posted = true;
+        } catch (...) {
+        }
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            --request.slot->callsUnderWay;
+            if (!posted && request.generation == hostGeneration_) {
+                // Nothing is outstanding any more: the next task or timer asks again.
+                hostTasksRequested_ = false;
+                hostWakeAt_.reset();
+            }
+        }
+        hostCallsDone_.notify_all();
+    }
+    requests.clear();
+}
+
+void ZMMainQueue::runHostRound(const HostRequest& request) {
+    std::vector<HostRequest> requests;
+    {
+        // One round at a time, even when a replaced host's round is still
+        // running on its thread while the new host starts one (reentrant for a
+        // host that runs its loop from inside a task).
+        std::lock_guard<std::recursive_mutex> exclusive(hostRoundMutex_);
+        runHostRoundExclusive(request);
+        std::lock_guard<std::mutex> lock(mutex_);
+        collectHostRequestsLocked(requests);
+    }
+    sendHostRequests(requests);
+}
+
+void ZMMainQueue::runHostRoundExclusive(const HostRequest& request) {
+    size_t round = 0;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (request.generation != hostGeneration_) return;  // the poster was replaced or removed
+        if (!request.wake) {
+            hostTasksRequested_ = false;
+        } else if (hostWakeAt_ && *hostWakeAt_ == request.wakeAt) {
+            hostWakeAt_.reset();
+        }
+        round = tasks_.size();
+    }
+    // The tasks queued when the round started; tasks they queue ask the host
+    // for another round, so that the host's loop gets its turn in between.
+    for (; round > 0; --round) {
+        Task task;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            if (tasks_.empty() || request.generation != hostGeneration_) break;
+            task = std::move(tasks_.front());
+            tasks_.pop_front();
+        }
+        runAsWorkOf(this, task);
+    }
+    // Then every timer due by now, once each (a repeating timer's next firing
+    // is later than now).
+    double upTo = 0;
+    auto current = [&] {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return request.generation == hostGeneration_;
+    };
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        upTo = clockLocked();
+    }
+    while (current() && runOneDue(upTo)) {
+    }
 }
