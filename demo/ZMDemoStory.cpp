@@ -220,8 +220,12 @@ void ZMDemoStory::readRoomInfoAndHistory() {
                                " members; the first to join:";
             if (info->memberInfoArray) {
                 for (const auto& member : *info->memberInfoArray) {
-                    text += "\n" + member->userId.value_or("(no id)") + " since " +
-                            ZMDemoServer::timeOfDay(member->joinTime);
+                    // Appended piece by piece: "\n" + std::string builds a temporary
+                    // for nothing, and g++ 12 misreads it at -O2 (-Wrestrict).
+                    text += '\n';
+                    text += member->userId.value_or("(no id)");
+                    text += " since ";
+                    text += ZMDemoServer::timeOfDay(member->joinTime);
                 }
             }
             console_.event("callback", "callback success", room, text);
@@ -244,8 +248,12 @@ void ZMDemoStory::readRoomInfoAndHistory() {
                                " messages, newest first, page ends at " + ZMDemoServer::timeOfDay(syncTime);
             for (const auto& message : messages) {
                 auto textMessage = std::dynamic_pointer_cast<ZMDemoTextMessage>(message->content);
-                text += "\n" + ZMDemoServer::timeOfDay(message->sentTime) + " " + message->senderUserId + ": " +
-                        (textMessage ? textMessage->content : message->objectName);
+                text += '\n';
+                text += ZMDemoServer::timeOfDay(message->sentTime);
+                text += ' ';
+                text += message->senderUserId;
+                text += ": ";
+                text += textMessage ? textMessage->content : message->objectName;
             }
             console_.event("callback", "callback success", room, text);
         },
