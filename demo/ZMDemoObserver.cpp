@@ -14,6 +14,17 @@ std::string joinedList(const ZMValue& userIds) {
     return text;
 }
 
+// "topic = \"...\", slides = \"3\"" for the entries of a KV dictionary.
+std::string entriesText(const ZMValue& entries) {
+    if (!entries.is_object() || entries.empty()) return "nothing";
+    std::string text;
+    for (const auto& [key, value] : entries.items()) {
+        if (!text.empty()) text += ", ";
+        text += key + " = " + value.dump();
+    }
+    return text;
+}
+
 std::string memberAction(const ZMChatRoomMemberAction& action) {
     const std::string who = action.memberId.value_or("(no id)");
     switch (action.action) {
@@ -105,4 +116,44 @@ void ZMDemoObserver::chatRoomNotifyBan(const std::shared_ptr<ZMChatRoomMemberBan
                        " min from " + ZMDemoServer::timeOfDay(event->operateTime);
     if (event->extra && !event->extra->empty()) text += ", extra \"" + *event->extra + "\"";
     console_.event("notify", "notify ban", room, text);
+}
+
+// ---- KV entries (core thread) -------------------------------------------------------
+
+void ZMDemoObserver::chatRoomKVDidSync(const std::string& chatroomId) {
+    console_.event("kv", "kv sync", chatroomId, chatroomId + ": KV entries synchronised");
+}
+
+void ZMDemoObserver::chatRoomKVDidUpdate(const std::string& chatroomId, const ZMValue& entry) {
+    console_.event("kv", "kv update", chatroomId, chatroomId + ": KV set " + entriesText(entry));
+}
+
+void ZMDemoObserver::chatRoomKVDidRemove(const std::string& chatroomId, const ZMValue& entry) {
+    console_.event("kv", "kv remove", chatroomId, chatroomId + ": KV removed " + entriesText(entry));
+}
+
+// ---- KV filter (core thread) ----------------------------------------------------------
+
+ZMValue ZMDemoPrivateKeyFilter::chatRoomKVUpdateFilter(const std::string& chatroomId, const ZMValue& entry) {
+    return withoutPrivateKeys(chatroomId, entry);
+}
+
+ZMValue ZMDemoPrivateKeyFilter::getAllChatRoomEntriesFilter(const std::string& chatroomId, const ZMValue& entry) {
+    return withoutPrivateKeys(chatroomId, entry);
+}
+
+ZMValue ZMDemoPrivateKeyFilter::withoutPrivateKeys(const std::string& chatroomId, const ZMValue& entry) {
+    ZMValue kept = ZMValue::object();
+    std::string hidden;
+    if (entry.is_object()) {
+        for (const auto& [key, value] : entry.items()) {
+            if (key.rfind(kPrivatePrefix, 0) == 0) {
+                hidden += (hidden.empty() ? "" : ", ") + key;
+            } else {
+                kept[key] = value;
+            }
+        }
+    }
+    if (!hidden.empty()) console_.say("filter", chatroomId + ": hid " + hidden);
+    return kept;
 }

@@ -31,6 +31,10 @@ std::string codeText(int32_t code) {
         {ZMErrorInvalidMessageCount, "ZMErrorInvalidMessageCount"},
         {ZMErrorInvalidRecordTime, "ZMErrorInvalidRecordTime"},
         {ZMErrorMessageStoreDisabled, "ZMErrorMessageStoreDisabled"},
+        {ZMErrorKVNotSynchronized, "ZMErrorKVNotSynchronized"},
+        {ZMErrorKVStorageDisabled, "ZMErrorKVStorageDisabled"},
+        {ZMErrorKVBatchTooLarge, "ZMErrorKVBatchTooLarge"},
+        {ZMErrorKVEntryQueryFailed, "ZMErrorKVEntryQueryFailed"},
     };
     auto found = names.find(code);
     return std::to_string(code) + (found == names.end() ? "" : std::string(" ") + found->second);
@@ -54,6 +58,13 @@ ZMDemoStory::ZMDemoStory(ZMDemoConsole& console)
                      {"dave", "see you there"}});
     server_.addRoom("concert", {"gina", "hank", "ivy", "jack"},
                     {{"gina", "sound check done"}, {"ivy", "doors open at 19:30"}});
+    // The lobby's key-value store, written by its regulars before the app
+    // joins: the first synchronisation brings it to the app.
+    core_.seedChatRoomEntries("lobby",
+                              {{"topic", "the 10 o'clock talk"},
+                               {"slides", "1"},
+                               {std::string(ZMDemoPrivateKeyFilter::kPrivatePrefix) + "moderator", "dave"}},
+                              "dave");
     server_.open();
 }
 
@@ -67,6 +78,11 @@ ZMErrorBlock ZMDemoStory::reportError(const std::string& call, const std::string
     return [this, call, room](int32_t code) {
         console_.event("callback", "callback error", room, call + " failed with " + codeText(code));
     };
+}
+
+bool ZMDemoStory::waitForMore(const std::string& what, const std::string& kind, const std::string& room,
+                              size_t before) {
+    return console_.waitFor(what, [this, kind, room, before] { return console_.count(kind, room) > before; });
 }
 
 bool ZMDemoStory::waitForTimer(bool running, const std::string& what) {
@@ -104,7 +120,13 @@ void ZMDemoStory::registerObservers() {
     client().addChatRoomStatusDelegate(observer_);
     client().setMemberDelegate(observer_);
     client().addChatRoomNotifyEventDelegate(observer_);
-    console_.say("app", "one observer for room status, member changes and notify events; the module holds it weakly");
+    client().addChatRoomKVStatusChangeDelegate(observer_);
+    console_.say("app", "one observer for room status, member changes, notify events and KV entries; the module "
+                        "holds it weakly");
+    filter_ = std::make_shared<ZMDemoPrivateKeyFilter>(console_);
+    client().setZMChatRoomKVStatusFilterDelegate(filter_);
+    console_.say("app", std::string("a KV filter that hides the app's own \"") + ZMDemoPrivateKeyFilter::kPrivatePrefix +
+                            "\" keys from the rest of the app");
 }
 
 void ZMDemoStory::joinTwoRooms() {
@@ -148,6 +170,112 @@ void ZMDemoStory::membersComeAndGo() {
     server_.changeMembers("lobby", {}, {"frank"});
     server_.changeMembers("concert", {"kim"}, {"hank"});
     console_.waitFor("three member changes", [this, before] { return console_.count("member change") >= before + 3; });
+}
+
+void ZMDemoStory::keyValueStore() {
+    console_.chapter("The room's key-value store");
+    const std::string room = rooms_.front();
+    const std::string q = quoted(room);
+    // Joining brought the first synchronisation: the whole store as one update.
+    console_.waitFor("the first synchronisation of " + room, [this, room] {
+        return console_.count("kv sync", room) >= 1 && console_.count("kv update", room) >= 1;
+    });
+
+    // A write with a notification to the room; the server echoes the change.
+    size_t updates = console_.count("kv update", room);
+    std::string call = "setChatRoomEntry(" + q + ", \"presenter\", \"me\", notify, autoDelete)";
+    console_.say("app", call);
+    client().setChatRoomEntry(room, "presenter", ZMDemoServer::kAppUserId, true, true, "me presents next",
+                              reportSuccess(call, room), reportError(call, room));
+    waitForMore("the echo of the write", "kv update", room, updates);
+    for (const auto& notification : core_.kvNotifications()) {
+        console_.say("server", "sent " + notification.objectName + " to " + notification.chatroomId + ": " +
+                                   (notification.content.is_string() ? notification.content.get<std::string>()
+                                                                     : notification.content.dump()));
+    }
+    core_.clearKVNotifications();
+
+    // Another member changes and removes entries; a private key stays hidden.
+    updates = console_.count("kv update", room);
+    const size_t removals = console_.count("kv remove", room);
+    console_.say("server", "dave sets slides = 2 and " + std::string(ZMDemoPrivateKeyFilter::kPrivatePrefix) +
+                               "poll = open, then removes topic");
+    core_.changeChatRoomEntries(
+        room, {{"slides", "2"}, {std::string(ZMDemoPrivateKeyFilter::kPrivatePrefix) + "poll", "open"}}, "dave");
+    core_.deleteChatRoomEntries(room, ZMValue::array({"topic"}));
+    waitForMore("dave's change", "kv update", room, updates);
+    waitForMore("dave's removal", "kv remove", room, removals);
+
+    // Reads: one key, a batch, everything (the full read passes the filter).
+    size_t successes = console_.count("callback success", room);
+    console_.say("app", "getChatRoomEntry(" + q + ", \"presenter\")");
+    client().getChatRoomEntry(
+        room, "presenter",
+        [this, room](const ZMValue& entries) {
+            console_.event("callback", "callback success", room, "getChatRoomEntry: " + entries.dump());
+        },
+        reportError("getChatRoomEntry", room));
+    waitForMore("the entry", "callback success", room, successes);
+    successes = console_.count("callback success", room);
+    console_.say("app", "getChatRoomEntriesByBatch(" + q + ", [\"slides\", \"presenter\", \"agenda\"])");
+    client().getChatRoomEntriesByBatch(
+        room, ZMValue::array({"slides", "presenter", "agenda"}),
+        [this, room](const ZMValue& entries) {
+            console_.event("callback", "callback success", room,
+                           "getChatRoomEntriesByBatch: " + entries.dump() + " (no \"agenda\" on the server)");
+        },
+        reportError("getChatRoomEntriesByBatch", room));
+    waitForMore("the batch", "callback success", room, successes);
+    successes = console_.count("callback success", room);
+    console_.say("app", "getAllChatRoomEntries(" + q + ")");
+    client().getAllChatRoomEntries(
+        room,
+        [this, room](const ZMValue& entries) {
+            console_.event("callback", "callback success", room, "getAllChatRoomEntries: " + entries.dump());
+        },
+        reportError("getAllChatRoomEntries", room));
+    waitForMore("every entry", "callback success", room, successes);
+
+    // A batch write and a batch removal, each echoed as one change.
+    updates = console_.count("kv update", room);
+    call = "setChatRoomEntries(" + q + ", {vote.yes: 12, vote.no: 3})";
+    console_.say("app", call);
+    client().setChatRoomEntries(room, {{"vote.yes", "12"}, {"vote.no", "3"}}, false, false,
+                                reportSuccess(call, room),
+                                [this, call, room](int32_t code, const ZMValue& failed) {
+                                    console_.event("callback", "callback error", room,
+                                                   call + " failed with " + codeText(code) + ", " + failed.dump());
+                                });
+    waitForMore("the echo of the batch", "kv update", room, updates);
+    const size_t removed = console_.count("kv remove", room);
+    call = "removeChatRoomEntries(" + q + ", [vote.yes, vote.no])";
+    console_.say("app", call);
+    client().removeChatRoomEntries(room, ZMValue::array({"vote.yes", "vote.no"}), false, reportSuccess(call, room),
+                                   [this, call, room](int32_t code, const ZMValue&) {
+                                       console_.event("callback", "callback error", room,
+                                                      call + " failed with " + codeText(code));
+                                   });
+    waitForMore("the echo of the removal", "kv remove", room, removed);
+
+    // Three refusals an app meets, each before the call returns.
+    ZMValue eleven = ZMValue::object();
+    for (int i = 1; i <= 11; ++i) eleven["seat." + std::to_string(i)] = "free";
+    console_.say("app", "setChatRoomEntries(" + q + ", 11 entries)");
+    client().setChatRoomEntries(room, eleven, false, false, {}, [this, room](int32_t code, const ZMValue&) {
+        console_.event("callback", "callback error", room, "11 entries refused with " + codeText(code));
+    });
+    console_.say("app", "getChatRoomEntry(\"cinema\", \"film\"): a room the app has not joined");
+    client().getChatRoomEntry("cinema", "film", {}, [this](int32_t code) {
+        console_.event("callback", "callback error", "cinema",
+                       "read before the room is synchronised, refused with " + codeText(code));
+    });
+    console_.say("core", "the navigation data switches the KV store off");
+    core_.setChatroomKVStorageEnabled(false);
+    client().setChatRoomEntry(room, "slides", "3", false, false, nullptr, {}, [this, room](int32_t code) {
+        console_.event("callback", "callback error", room, "write with the store off refused with " + codeText(code));
+    });
+    core_.setChatroomKVStorageEnabled(true);
+    console_.say("core", "the KV store is on again");
 }
 
 void ZMDemoStory::connectionDrops() {
@@ -328,6 +456,7 @@ void ZMDemoStory::printSummary(const std::string& storyName) {
     static const std::vector<std::string> kindOrder = {
         "status joining", "status joined",    "status reset",  "status failed", "status quited",
         "status destroyed", "member change", "notify ban",   "notify block",  "notify sync",
+        "kv sync",          "kv update",     "kv remove",
         "callback success", "callback error"};
     for (const auto& [kind, count] : console_.tally(kindOrder)) {
         std::snprintf(line, sizeof line, "    %-40s %4zu", kind.c_str(), count);

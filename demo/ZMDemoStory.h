@@ -28,6 +28,7 @@ public:
     void registerObservers();
     void joinTwoRooms();
     void membersComeAndGo();
+    void keyValueStore();
     void connectionDrops();
     void connectionReturns();
     void banAndMultiLoginSync();
@@ -47,12 +48,15 @@ private:
     ZMSuccessBlock reportSuccess(const std::string& call, const std::string& room);
     ZMErrorBlock reportError(const std::string& call, const std::string& room);
     bool waitForTimer(bool running, const std::string& what);
+    // Waits until one more event of kind was observed in room than before.
+    bool waitForMore(const std::string& what, const std::string& kind, const std::string& room, size_t before);
     void printSummary(const std::string& storyName);
 
     ZMDemoConsole& console_;
     ZMCoreEmulator& core_;
     ZMDemoServer server_;
     std::shared_ptr<ZMDemoObserver> observer_;
+    std::shared_ptr<ZMDemoPrivateKeyFilter> filter_;
     // The rooms the app is in (or wants to be in), in join order.
     std::vector<std::string> rooms_;
     const std::chrono::steady_clock::time_point start_;

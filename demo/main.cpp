@@ -26,17 +26,23 @@ const std::vector<Story>& stories() {
     static const std::vector<Story> all = {
         {"full",
          "load, observe, join two rooms, member changes,\n"
+         "the key-value store (first sync, writes and\n"
+         "echoes, a filter, reads, batches, refusals),\n"
          "connection lost and back (the 2-second timer\n"
          "retries a failed rejoin), ban and sync events,\n"
          "room info and history, RTC binding, a room\n"
          "destroyed on the server, quit",
          {&ZMDemoStory::loadModule, &ZMDemoStory::registerObservers, &ZMDemoStory::joinTwoRooms,
-          &ZMDemoStory::membersComeAndGo, &ZMDemoStory::connectionDrops, &ZMDemoStory::connectionReturns,
-          &ZMDemoStory::banAndMultiLoginSync, &ZMDemoStory::readRoomInfoAndHistory, &ZMDemoStory::bindRtcRoom,
-          &ZMDemoStory::roomDestroyedOnServer, &ZMDemoStory::quitRooms}},
-        {"quick", "load, observe, join two rooms, member changes,\nban and sync events, quit (no reconnect wait)",
+          &ZMDemoStory::membersComeAndGo, &ZMDemoStory::keyValueStore, &ZMDemoStory::connectionDrops,
+          &ZMDemoStory::connectionReturns, &ZMDemoStory::banAndMultiLoginSync,
+          &ZMDemoStory::readRoomInfoAndHistory, &ZMDemoStory::bindRtcRoom, &ZMDemoStory::roomDestroyedOnServer,
+          &ZMDemoStory::quitRooms}},
+        {"quick",
+         "load, observe, join two rooms, member changes,\nthe key-value store, ban and sync events, quit\n"
+         "(no reconnect wait)",
          {&ZMDemoStory::loadModule, &ZMDemoStory::registerObservers, &ZMDemoStory::joinTwoRooms,
-          &ZMDemoStory::membersComeAndGo, &ZMDemoStory::banAndMultiLoginSync, &ZMDemoStory::quitRooms}},
+          &ZMDemoStory::membersComeAndGo, &ZMDemoStory::keyValueStore, &ZMDemoStory::banAndMultiLoginSync,
+          &ZMDemoStory::quitRooms}},
         {"reconnect", "load, observe, join two rooms, connection lost\nand back, quit",
          {&ZMDemoStory::loadModule, &ZMDemoStory::registerObservers, &ZMDemoStory::joinTwoRooms,
           &ZMDemoStory::connectionDrops, &ZMDemoStory::connectionReturns, &ZMDemoStory::quitRooms}},
