@@ -15,7 +15,7 @@ TEST_F(ClientTest, JoinsSendTheClampedCountAndAnnounceJoiningThenJoined) {
         {kPlain, 10, 10}, {kPlain, -5, -1}, {kPlain, 0, 0}, {kExist, 50, 50}, {kExistWithResponse, -1, -1}};
     int index = 0;
     for (const auto& [kind, count, sentCount] : cases) {
-        const std::string room = "room" + std::to_string(index++);
+        const std::string room = numbered("room", index++);
         const bool existOnly = kind != kPlain;
         SCOPED_TRACE(room);
         forget();

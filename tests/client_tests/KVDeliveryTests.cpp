@@ -281,7 +281,7 @@ TEST_F(KVTest, FilterAndObserversRunOnTheCoresThreadWithoutAHop) {
     filter->observer = observer.get();
     client.addChatRoomKVStatusChangeDelegate(observer);
     client.setZMChatRoomKVStatusFilterDelegate(filter);
-    for (int i = 0; i < 30; ++i) core.raiseKVChange("room" + std::to_string(i), {{"k", "v"}}, nullptr);
+    for (int i = 0; i < 30; ++i) core.raiseKVChange(numbered("room", i), {{"k", "v"}}, nullptr);
     settle();
     EXPECT_EQ(observer->updates, 30);
     EXPECT_EQ(observer->mismatches, 0);

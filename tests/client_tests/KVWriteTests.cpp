@@ -25,13 +25,13 @@ const ZMLogLine kExtraNotString = diagnostic(2, "notificationExtra is illegitima
 
 ZMValue elevenEntries() {
     ZMValue entries = ZMValue::object();
-    for (int i = 0; i < 11; ++i) entries["k" + std::to_string(i)] = "v";
+    for (int i = 0; i < 11; ++i) entries[numbered("k", i)] = "v";
     return entries;
 }
 
 ZMValue elevenKeys() {
     ZMValue keys = ZMValue::array();
-    for (int i = 0; i < 11; ++i) keys.push_back("k" + std::to_string(i));
+    for (int i = 0; i < 11; ++i) keys.push_back(numbered("k", i));
     return keys;
 }
 
@@ -324,8 +324,8 @@ TEST_F(KVTest, BatchesOfTenAreSentAndTheCoresFailedEntriesReachTheAppUnchanged) 
     ZMValue ten = ZMValue::object();
     ZMValue tenKeys = ZMValue::array();
     for (int i = 0; i < 10; ++i) {
-        ten["k" + std::to_string(i)] = "v" + std::to_string(i);
-        tenKeys.push_back("k" + std::to_string(i));
+        ten[numbered("k", i)] = numbered("v", i);
+        tenKeys.push_back(numbered("k", i));
     }
     const ZMValue failed = {{"k3", 23423}, {"k7", 23424}};
     const std::string setR = ZM_A_SET_CHATROOM_KVS_R;
@@ -413,7 +413,7 @@ TEST_F(KVTest, AbsentCallbacksAreSkippedOnEveryPath) {
 TEST_F(KVTest, WritesFromOneThreadReachTheCoreInCallOrder) {
     core.holdRequests("setChatroomStatus");
     for (int i = 0; i < 20; ++i) {
-        const std::string key = "k" + std::to_string(i);
+        const std::string key = numbered("k", i);
         if (i % 2 == 0) {
             client.setChatRoomEntry("r1", key, "v", false, false, nullptr, ZMSuccessBlock{}, ZMErrorBlock{});
         } else {
@@ -424,7 +424,7 @@ TEST_F(KVTest, WritesFromOneThreadReachTheCoreInCallOrder) {
     auto requests = core.requests();
     ASSERT_EQ(requests.size(), 20u);
     for (int i = 0; i < 20; ++i) {
-        const std::string key = "k" + std::to_string(i);
+        const std::string key = numbered("k", i);
         if (i % 2 == 0) {
             EXPECT_EQ(requests[i].arguments["key"], key);
         } else {

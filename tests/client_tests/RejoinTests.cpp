@@ -112,7 +112,9 @@ TEST_F(ClientTest, BothSweepsRejoinOnlyARoomThatIsNotJoiningJoinedOrReset) {
         for (const auto& [roomStatus, rejoined] : found) {
             SCOPED_TRACE(sweepName + " finding status " + std::to_string(roomStatus));
             forget();
-            entry("r")->status = roomStatus;
+            auto cached = entry("r");
+            ASSERT_TRUE(cached);
+            cached->status = roomStatus;
             sweep();
             settle();
             EXPECT_EQ(sent(), (rejoined ? Requests{{"joinChatroom", joinArgs("r", 7, true)}} : Requests{}));

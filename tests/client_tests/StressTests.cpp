@@ -9,7 +9,7 @@ TEST_F(ClientTest, AnnouncementsFromManyThreadsArriveInTheOrderEachIssuedThem) {
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([this, t] {
             for (int i = 0; i < kPerThread; ++i) {
-                client.notifyChatRoomStatus("thread" + std::to_string(t), ZMChatRoomStatusJoinFailed, i);
+                client.notifyChatRoomStatus(numbered("thread", t), ZMChatRoomStatusJoinFailed, i);
             }
         });
     }
@@ -42,7 +42,7 @@ TEST_F(ClientTest, JoinsQuitsAndRejoinsUnderAFlappingConnectionEachGetOneCallbac
     std::vector<std::thread> apps;
     for (int t = 0; t < kAppThreads; ++t) {
         apps.emplace_back([&, t] {
-            const std::string room = "stress" + std::to_string(t);
+            const std::string room = numbered("stress", t);
             for (int round = 0; round < kRounds; ++round) {
                 auto& join = outcomes[(t * kRounds + round) * 2];
                 auto& quit = outcomes[(t * kRounds + round) * 2 + 1];
@@ -104,7 +104,7 @@ TEST_F(ClientTest, KVPushesWritesReadsAndObserverChurnRunTogetherRaceFree) {
         core.setRule(operation, ZMCoreAnswer::success({{"k", "v"}}));
     }
     constexpr int kRooms = 16;
-    for (int room = 0; room < kRooms; room += 2) client.syncKVChatRoomDict().setObject(true, "kv" + std::to_string(room));
+    for (int room = 0; room < kRooms; room += 2) client.syncKVChatRoomDict().setObject(true, numbered("kv", room));
 
     struct Counting : ZMChatRoomKVStatusChangeDelegate, ZMChatRoomMemberDelegate {
         std::atomic<int>& calls;
@@ -128,8 +128,8 @@ TEST_F(ClientTest, KVPushesWritesReadsAndObserverChurnRunTogetherRaceFree) {
     std::vector<std::thread> threads;
     threads.emplace_back([&] {  // the server pushes
         for (int i = 0; i < 400; ++i) {
-            const std::string room = "kv" + std::to_string(i % kRooms);
-            core.raiseKVChange(room, {{"k" + std::to_string(i), "v"}}, {{"old", "v"}});
+            const std::string room = numbered("kv", i % kRooms);
+            core.raiseKVChange(room, {{numbered("k", i), "v"}}, {{"old", "v"}});
             if (i % 50 == 0) core.raiseStatusChange(room);
             if (i % 20 == 0) {
                 core.deliverMessage("ZM:ChrmMemChange", R"({"userList":[{"userId":"u","status":1}],"memberCount":2})",
@@ -141,7 +141,7 @@ TEST_F(ClientTest, KVPushesWritesReadsAndObserverChurnRunTogetherRaceFree) {
         threads.emplace_back([&, t] {  // the app writes and reads
             for (int i = 0; i < kCallsPerThread; ++i) {
                 CallOutcome& outcome = outcomes[t * kCallsPerThread + i];
-                const std::string room = "kv" + std::to_string((i + t) % kRooms);
+                const std::string room = numbered("kv", (i + t) % kRooms);
                 switch (i % 5) {
                     case 0:
                         client.setChatRoomEntry(room, "k", "v", true, false, nullptr, outcome.success(),

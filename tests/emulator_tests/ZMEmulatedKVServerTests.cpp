@@ -58,7 +58,7 @@ protected:
 
 private:
     inline static int runs_ = 0;
-    const std::string prefix_ = "run" + std::to_string(++runs_) + "-";
+    const std::string prefix_ = numbered("run", ++runs_) + "-";
 
 protected:
 
@@ -141,7 +141,7 @@ TEST_F(KVServerTest, SingleWritesAreJudgedBySwitchMembershipOwnershipAndCapacity
     int index = 0;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const std::string room = named("single-" + std::to_string(index++));
+        const std::string room = named(numbered("single-", index++));
         prepareRoom(room);
         if (row.prepare) row.prepare(room);
         emulator().clearKVNotifications();
@@ -211,7 +211,7 @@ TEST_F(KVServerTest, BatchWritesJudgeEveryEntryInKeyOrderAndEchoOnlyTheAppliedOn
     int index = 0;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const std::string room = named("batch-" + std::to_string(index++));
+        const std::string room = named(numbered("batch-", index++));
         prepareRoom(room);
         if (!row.inRoom) after([&] { quit(room); });
         const auto write = [&] {
@@ -266,7 +266,7 @@ TEST_F(KVServerTest, LeavingEndsMembershipAndDropsTheUsersAutoDeleteEntries) {
     int index = 0;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const std::string room = named("leave-" + std::to_string(index++));
+        const std::string room = named(numbered("leave-", index++));
         prepareRoom(room);
         // Another user's autoDelete entry stays when the current user leaves.
         emulator().setCurrentUserId("someone");
@@ -304,7 +304,7 @@ TEST_F(KVServerTest, TheFirstSynchronisationFollowsASuccessfulJoinAnswerAsConfig
     int index = 0;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const std::string room = named("sync-" + std::to_string(index++));
+        const std::string room = named(numbered("sync-", index++));
         emulator().setKVFirstSync(row.mode, row.delay);
         const std::string operation = row.existingOnly ? "joinExistingChatroom" : "joinChatroom";
         emulator().setRule(operation, ZMCoreAnswer::failure(row.joinCode));
@@ -336,7 +336,7 @@ TEST_F(KVServerTest, AFirstSynchronisationStillDueIsDroppedWhenTheUserLeavesOrTh
     int index = 0;
     for (const auto& cancel : cancels) {
         SCOPED_TRACE(index);
-        const std::string room = named("due-" + std::to_string(index++));
+        const std::string room = named(numbered("due-", index++));
         after([&] { join(room); });
         EXPECT_EQ(mainQueue.activeTimerCount(), 1u);
         after([&] { mainQueue.advance(1); });
@@ -448,7 +448,8 @@ TEST_F(KVServerTest, AnswersAndEchoesRunOnCallbackThreadsAndEachEchoFollowsItsAn
     for (int w = 0; w < 3; ++w) {
         writers.emplace_back([&, w] {
             for (int i = 0; i < 10; ++i) {
-                const std::string key = "k" + std::to_string(w) + "-" + std::to_string(i);
+                std::string key = numbered("k", w);
+                key += numbered("-", i);
                 service().setChatroomStatus(room, key, "v", false, false, false, "", {}, 0,
                                             recording(heard, "answer:" + key), nullptr);
             }
@@ -460,7 +461,8 @@ TEST_F(KVServerTest, AnswersAndEchoesRunOnCallbackThreadsAndEachEchoFollowsItsAn
     ASSERT_EQ(events.size(), 61u);  // the join's answer, then 30 answers and 30 echoes
     for (int w = 0; w < 3; ++w) {
         for (int i = 0; i < 10; ++i) {
-            const std::string key = "k" + std::to_string(w) + "-" + std::to_string(i);
+            std::string key = numbered("k", w);
+            key += numbered("-", i);
             const auto answered = std::find(events.begin(), events.end(), "answer:" + key);
             const auto echoed = std::find(events.begin(), events.end(), kv(room, {{key, "v"}}, kNone));
             ASSERT_NE(echoed, events.end()) << key;

@@ -47,13 +47,13 @@ TEST(ZMEmulatedLogger, ConcurrentWritersThroughTheCoreLoggerLoseNoLineAndTheObse
     std::vector<std::thread> writers;
     for (int t = 0; t < kThreads; ++t) {
         writers.emplace_back([t] {
-            const std::string tag = "T" + std::to_string(t);
+            const std::string tag = numbered("T", t);
             for (int i = 0; i < kLines; ++i) ZMFwLog::getInstance().write(4, t, tag, "%@:%d", i % 2 == 0, i);
         });
     }
     for (auto& writer : writers) writer.join();
     for (int t = 0; t < kThreads; ++t) {
-        const std::string tag = "T" + std::to_string(t);
+        const std::string tag = numbered("T", t);
         const auto lines = logger.linesWithTag(tag);
         ASSERT_EQ(lines.size(), static_cast<size_t>(kLines));
         for (int i = 0; i < kLines; ++i) {

@@ -26,7 +26,9 @@ inline const std::thread::id kTestThread = std::this_thread::get_id();
 inline auto recording(ZMEventRecorder& events, std::string name) {
     return [&events, name](const auto&... args) {
         EXPECT_NE(std::this_thread::get_id(), kTestThread) << name;
-        events.record((name + ... + (":" + str(args))));
+        std::string event = name;
+        ((event += ':', event += str(args)), ...);
+        events.record(std::move(event));
     };
 }
 

@@ -9,6 +9,8 @@
 #include <Platform/ZMKeyedArchiver.h>
 #include <Platform/ZMKeyedUnarchiver.h>
 
+#include "support/ZMTestSupport.h"
+
 namespace {
 
 constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
@@ -25,7 +27,7 @@ TEST(ZMKeyedArchiverTest, EveryValueRoundTripsUnderItsKeyAndTheLaterWriteOfAnyKi
                                ZMValue::binary({0, 1, 255}, 7), deeplyNested(100)};
     ZMKeyedArchiver archiver;
     archiver.encodeInteger(5, "object1");  // replaced by the object written later
-    for (size_t i = 0; i < std::size(objects); ++i) archiver.encodeObject(objects[i], "object" + std::to_string(i));
+    for (size_t i = 0; i < std::size(objects); ++i) archiver.encodeObject(objects[i], numbered("object", i));
     archiver.encodeInteger(kMin, "min");
     archiver.encodeObject("text", "max");  // replaced by the integer written later
     archiver.encodeInteger(kMax, "max");
@@ -34,7 +36,7 @@ TEST(ZMKeyedArchiverTest, EveryValueRoundTripsUnderItsKeyAndTheLaterWriteOfAnyKi
     ASSERT_TRUE(unarchiver.isValid());
     for (size_t i = 0; i < std::size(objects); ++i) {
         SCOPED_TRACE(objects[i].dump(-1, ' ', false, ZMValue::error_handler_t::replace));
-        const std::string key = "object" + std::to_string(i);
+        const std::string key = numbered("object", i);
         EXPECT_TRUE(unarchiver.containsValueForKey(key));
         const ZMValue decoded = unarchiver.decodeObjectForKey(key);
         EXPECT_EQ(decoded, objects[i]);

@@ -23,3 +23,12 @@ private:
     mutable std::condition_variable changed_;
     std::vector<std::string> events_;
 };
+
+// "k7" for numbered("k", 7): names of numbered rooms, keys and tags. (Built by
+// appending: g++ 12 at -O3 misreads "literal" + std::string as an overlapping
+// copy, -Wrestrict.)
+inline std::string numbered(const char* prefix, long long number) {
+    std::string name(prefix);
+    name += std::to_string(number);
+    return name;
+}
