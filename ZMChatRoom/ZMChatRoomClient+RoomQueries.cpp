@@ -1,7 +1,6 @@
 #include <ZMChatRoom/ZMChatRoomClient+Internal.h>
 
 #include <VemoIMLibCore/ZMCoreLogTags.h>
-#include <VemoIMLibCore/ZMDictionaryReaders.h>
 
 // Thin request operations on a room: its member count and members, a page of
 // its stored history, and its binding to a real-time (RTC) room.
@@ -29,22 +28,7 @@ void ZMChatRoomClient::getChatRoomInfo(const ZMValue& chatroomId, int32_t count,
         chatRoomService().queryChatroomInfo(
             roomId, count, order,
             [roomId, order, success](const ZMValue& reply) {
-                auto info = std::make_shared<ZMChatRoomInfo>();
-                info->targetId = roomId;
-                info->memberOrder = order;
-                info->totalMemberCount = static_cast<int32_t>(zmlib_integerForKey(reply, "totalMemberCount"));
-                const ZMValue members = zmlib_arrayForKey(reply, "memberInfoArray");
-                if (members.is_array() && !members.empty()) {
-                    std::vector<std::shared_ptr<ZMChatRoomMemberInfo>> memberInfoArray;
-                    memberInfoArray.reserve(members.size());
-                    for (const auto& member : members) {
-                        auto memberInfo = std::make_shared<ZMChatRoomMemberInfo>();
-                        memberInfo->userId = zmlib_stringForKey(member, "userId");
-                        memberInfo->joinTime = zmlib_longLongIntForKey(member, "joinTime");
-                        memberInfoArray.push_back(std::move(memberInfo));
-                    }
-                    info->memberInfoArray = std::move(memberInfoArray);
-                }
+                auto info = ZMChatRoomInfo::infoWithDictionary(roomId, order, reply);
                 if (success) success(info);
             },
             guardedErrorBlock(error));
