@@ -48,6 +48,10 @@ bool ZMCoreEmulator::waitForRequests(const std::string& operation, size_t count,
     return state_->service.waitForRequests(operation, count, timeoutSeconds);
 }
 
+void ZMCoreEmulator::setRequestCapacity(size_t capacity) { state_->service.setRequestCapacity(capacity); }
+
+size_t ZMCoreEmulator::requestCapacity() const { return state_->service.requestCapacity(); }
+
 void ZMCoreEmulator::setRule(const std::string& operation, ZMCoreAnswer answer) {
     state_->service.setRule(operation, [answer = std::move(answer)](const ZMCoreRequest&) {
         return std::optional<ZMCoreAnswer>(answer);

@@ -42,14 +42,19 @@ public:
     std::vector<ZMMessageClass> registeredMessageTypes() const;
 
     // ---- Chat-room service requests ---------------------------------------
-    // Every request recorded since the last clearRequests(), in arrival order
-    // (optionally only those of one operation).
+    // Every request recorded since the last clearRequests() and still kept
+    // (see setRequestCapacity), in arrival order (optionally only those of
+    // one operation).
     std::vector<ZMCoreRequest> requests() const;
     std::vector<ZMCoreRequest> requests(const std::string& operation) const;
     void clearRequests();
     // Waits until at least count requests of the operation have been recorded
     // since the last clearRequests(); false on timeout.
     bool waitForRequests(const std::string& operation, size_t count, double timeoutSeconds = 5) const;
+    // How many requests the record keeps (10,000 initially); the oldest drop
+    // out first, and waitForRequests still counts them.
+    void setRequestCapacity(size_t capacity);
+    size_t requestCapacity() const;
 
     // Without a rule the key-value server model answers the KV operations
     // (see below); every other operation succeeds with an empty result

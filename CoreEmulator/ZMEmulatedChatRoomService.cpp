@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <iterator>
 
 #include <CoreEmulator/ZMEmulatedDispatcher.h>
 #include <Platform/ZMUTF16.h>
@@ -226,12 +227,21 @@ uint64_t ZMEmulatedChatRoomService::takeRequestId() {
 }
 
 void ZMEmulatedChatRoomService::insertRecordedLocked(ZMCoreRequest request) {
+    if (auto counted = recordedCounts_.find(request.operation); counted != recordedCounts_.end()) {
+        ++counted->second;
+    } else {
+        recordedCounts_.emplace(request.operation, 1);
+    }
+    if (requestCapacity_ == 0) return;
     // Ids are taken in arrival order but a request becomes visible only once
     // its fate (answered or held) is settled, so a concurrent request may
-    // overtake it here; keep the record in id order all the same.
-    auto position = std::upper_bound(requests_.begin(), requests_.end(), request.id,
-                                     [](uint64_t id, const ZMCoreRequest& other) { return id < other.id; });
+    // overtake it here; keep the record in id order all the same. It lands at
+    // or near the end, so the search runs from there.
+    auto position = requests_.end();
+    while (position != requests_.begin() && std::prev(position)->id > request.id) --position;
     requests_.insert(position, std::move(request));
+    // Bounded: the oldest request drops out.
+    if (requests_.size() > requestCapacity_) requests_.pop_front();
 }
 
 void ZMEmulatedChatRoomService::record(const std::string& operation, ZMValue arguments) {
@@ -311,7 +321,7 @@ void ZMEmulatedChatRoomService::deliverAnswer(const ZMCoreRequest& request, Resp
 
 std::vector<ZMCoreRequest> ZMEmulatedChatRoomService::requests(const std::string* operation) const {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (operation == nullptr) return requests_;
+    if (operation == nullptr) return std::vector<ZMCoreRequest>(requests_.begin(), requests_.end());
     std::vector<ZMCoreRequest> matching;
     for (const auto& request : requests_) {
         if (request.operation == *operation) matching.push_back(request);
@@ -322,16 +332,28 @@ std::vector<ZMCoreRequest> ZMEmulatedChatRoomService::requests(const std::string
 void ZMEmulatedChatRoomService::clearRequests() {
     std::lock_guard<std::mutex> lock(mutex_);
     requests_.clear();
+    recordedCounts_.clear();
 }
 
 bool ZMEmulatedChatRoomService::waitForRequests(const std::string& operation, size_t count,
                                                 double timeoutSeconds) const {
     std::unique_lock<std::mutex> lock(mutex_);
+    // Each wake-up reads the operation's count; the record is not searched.
     return recorded_.wait_for(lock, ZMEmulatedDispatcher::waitDuration(timeoutSeconds), [&] {
-        return static_cast<size_t>(std::count_if(requests_.begin(), requests_.end(), [&](const ZMCoreRequest& r) {
-                   return r.operation == operation;
-               })) >= count;
+        const auto counted = recordedCounts_.find(operation);
+        return (counted == recordedCounts_.end() ? 0 : counted->second) >= count;
     });
+}
+
+void ZMEmulatedChatRoomService::setRequestCapacity(size_t capacity) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    requestCapacity_ = capacity;
+    while (requests_.size() > requestCapacity_) requests_.pop_front();
+}
+
+size_t ZMEmulatedChatRoomService::requestCapacity() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return requestCapacity_;
 }
 
 void ZMEmulatedChatRoomService::setRule(const std::string& operation, Rule rule) {

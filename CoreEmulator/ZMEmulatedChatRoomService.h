@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -67,9 +68,19 @@ public:
                                 ZMCoreSuccessBlock success, ZMCoreErrorBlock error) override;
 
     // ---- Control ----------------------------------------------------------
+    // How many requests the record keeps unless setRequestCapacity says otherwise.
+    static constexpr size_t kDefaultRequestCapacity = 10000;
+
+    // The kept requests (the newest requestCapacity() recorded since the last
+    // clear), in id order; only those of one operation when it is given.
     std::vector<ZMCoreRequest> requests(const std::string* operation) const;
     void clearRequests();
+    // Counts every request recorded since the last clear, kept or not.
     bool waitForRequests(const std::string& operation, size_t count, double timeoutSeconds) const;
+    // How many requests are kept at most; the oldest drop out first. Lowering
+    // it drops the oldest kept requests at once; 0 keeps none.
+    void setRequestCapacity(size_t capacity);
+    size_t requestCapacity() const;
 
     // An empty rule removes the operation's rule.
     void setRule(const std::string& operation, Rule rule);
@@ -113,7 +124,11 @@ private:
     mutable std::mutex mutex_;
     mutable std::condition_variable recorded_;
     uint64_t lastRequestId_ = 0;
-    std::vector<ZMCoreRequest> requests_;
+    // The record, bounded by requestCapacity_, and how many requests of each
+    // operation were recorded since the last clear (dropped ones included).
+    std::deque<ZMCoreRequest> requests_;
+    size_t requestCapacity_ = kDefaultRequestCapacity;
+    std::map<std::string, size_t, std::less<>> recordedCounts_;
     std::map<std::string, Rule> rules_;
     std::map<uint64_t, HeldRequest> held_;  // ordered by id, i.e. by arrival
     ZMChatRoomStatusChangeBlock statusChangeBlock_;

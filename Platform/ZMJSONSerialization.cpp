@@ -5,13 +5,15 @@
 #include <vector>
 
 #include <Platform/ZMPlatformException.h>
+#include <Platform/ZMUTF16.h>
 
 namespace {
 
 const char* const kWriteExceptionName = "ZMJSONWriteException";
 
-// Deeper text is refused before parsing: everything that later walks a value
-// (comparison, writing, the module's readers) recurses once per level.
+// Deeper text is refused before parsing, and deeper values are not written:
+// everything that walks a value (comparison, copying, writing, the module's
+// readers) recurses once per level.
 constexpr size_t kMaxNestingDepth = 512;
 
 // Tells whether the text nests arrays and dictionaries deeper than the limit.
@@ -42,30 +44,46 @@ bool nestsTooDeep(const ZMData& data) {
     return false;
 }
 
+// Why the writer refuses a value, if it does.
+enum class Refusal { None, Type, Nesting, Encoding };
+
 // A value the writer can express: no binary, no discarded value, no NaN or
-// infinity, at any depth. Walks with an explicit stack, so a deep value
-// built in code cannot exhaust the call stack here.
-bool holdsOnlyJSONValues(const ZMValue& root) {
-    std::vector<const ZMValue*> pending{&root};
+// infinity, strings (and keys) of valid UTF-8, and no array or dictionary
+// nested deeper than the parser reads back, at any depth. Walks with an
+// explicit stack, so a deep value built in code cannot exhaust the call stack
+// here.
+Refusal refusalOf(const ZMValue& root) {
+    // Each pending value with the nesting level of the container holding it.
+    std::vector<std::pair<const ZMValue*, size_t>> pending{{&root, 0}};
     while (!pending.empty()) {
-        const ZMValue* value = pending.back();
+        const auto [value, outerLevel] = pending.back();
         pending.pop_back();
         switch (value->type()) {
             case ZMValue::value_t::binary:
             case ZMValue::value_t::discarded:
-                return false;
+                return Refusal::Type;
             case ZMValue::value_t::number_float:
-                if (!std::isfinite(value->get<double>())) return false;
+                if (!std::isfinite(value->get<double>())) return Refusal::Type;
+                break;
+            case ZMValue::value_t::string:
+                if (!ZMUTF16::length(value->get_ref<const std::string&>())) return Refusal::Encoding;
                 break;
             case ZMValue::value_t::array:
+                if (outerLevel + 1 > kMaxNestingDepth) return Refusal::Nesting;
+                for (const auto& element : *value) pending.emplace_back(&element, outerLevel + 1);
+                break;
             case ZMValue::value_t::object:
-                for (const auto& element : *value) pending.push_back(&element);
+                if (outerLevel + 1 > kMaxNestingDepth) return Refusal::Nesting;
+                for (const auto& [key, member] : value->get_ref<const ZMValue::object_t&>()) {
+                    if (!ZMUTF16::length(key)) return Refusal::Encoding;
+                    pending.emplace_back(&member, outerLevel + 1);
+                }
                 break;
             default:
                 break;
         }
     }
-    return true;
+    return Refusal::None;
 }
 
 }  // namespace
@@ -92,20 +110,27 @@ std::optional<ZMValue> ZMJSONSerialization::dictionaryWithData(const ZMData& dat
 
 bool ZMJSONSerialization::isValidJSONObject(const ZMValue& object) {
     if (!object.is_array() && !object.is_object()) return false;
-    return holdsOnlyJSONValues(object);
+    return refusalOf(object) == Refusal::None;
 }
 
 ZMData ZMJSONSerialization::dataWithJSONObject(const ZMValue& object, bool prettyPrinted) {
     if (!object.is_array() && !object.is_object()) {
         throw ZMPlatformException(kWriteExceptionName, "Invalid top-level type in JSON write");
     }
-    if (!holdsOnlyJSONValues(object)) {
-        throw ZMPlatformException(kWriteExceptionName, "Invalid type or non-finite number in JSON write");
+    switch (refusalOf(object)) {
+        case Refusal::None:
+            break;
+        case Refusal::Type:
+            throw ZMPlatformException(kWriteExceptionName, "Invalid type or non-finite number in JSON write");
+        case Refusal::Nesting:
+            throw ZMPlatformException(kWriteExceptionName, "Nesting too deep in JSON write");
+        case Refusal::Encoding:
+            throw ZMPlatformException(kWriteExceptionName, "Invalid UTF-8 string in JSON write");
     }
     std::string text;
     try {
-        // The strict error handler makes the writer raise on a string (value
-        // or key) that is not valid UTF-8 instead of replacing its bytes.
+        // Every string was checked above; the strict error handler is the
+        // writer's own guard should its reading of UTF-8 ever differ.
         text = object.dump(prettyPrinted ? 2 : -1, ' ', /*ensure_ascii=*/false, ZMValue::error_handler_t::strict);
     } catch (const ZMValue::exception& error) {
         throw ZMPlatformException(kWriteExceptionName,

@@ -13,14 +13,16 @@ public:
     // The same, but only a dictionary counts; anything else gives nothing.
     static std::optional<ZMValue> dictionaryWithData(const ZMData& data);
 
-    // The writer's validity test: the top level is an array or a dictionary,
-    // and every value inside is a string, a finite number, a boolean, null, an
-    // array or a dictionary (binary values are not JSON). Strings are not
-    // checked for UTF-8 here; the writer raises on them.
+    // The writer's validity test: the top level is an array or a dictionary;
+    // every value inside is a string, a finite number, a boolean, null, an
+    // array or a dictionary (binary values are not JSON); every string and
+    // key is valid UTF-8 (the writer writes text); and no array or dictionary
+    // is nested deeper than the parser reads (512 levels, the top level
+    // counting 1). Never recurses, whatever the depth.
     static bool isValidJSONObject(const ZMValue& object);
 
     // Serialises a valid object as compact or pretty-printed (indented, one
     // member per line) UTF-8 text. Raises ZMPlatformException when the object
-    // fails isValidJSONObject or holds a string that is not valid UTF-8.
+    // fails isValidJSONObject.
     static ZMData dataWithJSONObject(const ZMValue& object, bool prettyPrinted);
 };

@@ -1,46 +1,30 @@
 #include <ZMChatRoom/Utility/ZMChatRoomUtil.h>
 
-#include <string_view>
-
 #include <Platform/ZMJSONSerialization.h>
-#include <Platform/ZMPlatformException.h>
-#include <Platform/ZMUTF16.h>
-#include <VemoIMLibCore/ZMFwLog.h>
-#include <ZMChatRoom/ZMChatRoomLogCommonTag.h>
 
 namespace {
 
 // Pretty-printed JSON text of a non-empty dictionary or array (either helper
 // takes either kind), or "" when there is nothing to print or the writer
-// refuses it. The platform's exceptions are logged with exceptionFormat and
-// turned into ""; any other exception reaches the caller.
-std::string prettyJSONText(const ZMValue& container, std::string_view exceptionFormat) {
+// would refuse it: a value inside that is not JSON, a string or key that is
+// not UTF-8, or nesting deeper than the platform's parser reads. The validity
+// test walks the value without recursion and covers every refusal of the
+// writer, so a valid container is written without an exception and a hostile
+// one (nested thousands deep) is never handed to the recursive writer.
+std::string prettyJSONText(const ZMValue& container) {
     if (!(container.is_object() || container.is_array()) || container.empty() ||
         !ZMJSONSerialization::isValidJSONObject(container)) {
         return "";
     }
-    try {
-        ZMData data = ZMJSONSerialization::dataWithJSONObject(container, true);
-        std::string text(data.begin(), data.end());
-        // Bytes that do not read as UTF-8 give no string.
-        if (!ZMUTF16::length(text)) return "";
-        return text;
-    } catch (const ZMPlatformException& exception) {
-        ZMFwLog::getInstance().write(ZMLogLevelException, ZMLogTypeDiagnostic, ZM_FILE_TAG, exceptionFormat,
-                                     exception.description());
-        return "";
-    }
+    const ZMData data = ZMJSONSerialization::dataWithJSONObject(container, true);
+    return std::string(data.begin(), data.end());
 }
 
 }  // namespace
 
-std::string ZMChatRoomUtil::stringFromDict(const ZMValue& dict) {
-    return prettyJSONText(dict, "ZMChatRoomUtil stringFromDict exception:%@");
-}
+std::string ZMChatRoomUtil::stringFromDict(const ZMValue& dict) { return prettyJSONText(dict); }
 
-std::string ZMChatRoomUtil::stringFromArray(const ZMValue& array) {
-    return prettyJSONText(array, "ZMChatRoomUtil stringFromArray exception:%@");
-}
+std::string ZMChatRoomUtil::stringFromArray(const ZMValue& array) { return prettyJSONText(array); }
 
 std::shared_ptr<ZMChatRoomSyncEvent> ZMChatRoomUtil::modelWithSyncMessage(
     const std::shared_ptr<const ZMChatRoomSyncMessage>& message) {

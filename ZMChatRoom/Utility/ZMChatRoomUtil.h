@@ -15,9 +15,10 @@
 class ZMChatRoomUtil {
 public:
     // Pretty-printed JSON text of a non-empty dictionary or array that is
-    // valid JSON (the two differ only in the text of their exception line);
-    // "" for anything else and on any failure (never throws for the
-    // platform's exceptions, which are logged).
+    // valid JSON for the platform's writer (ZMJSONSerialization::
+    // isValidJSONObject: JSON values only, UTF-8 strings and keys, nested no
+    // deeper than the platform's parser reads); "" for anything else, without
+    // a log line. The two take either kind and answer the same.
     static std::string stringFromDict(const ZMValue& dict);
     static std::string stringFromArray(const ZMValue& array);
 

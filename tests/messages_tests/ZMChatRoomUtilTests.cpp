@@ -6,14 +6,19 @@
 
 #include <CoreEmulator/ZMCoreEmulator.h>
 #include <Platform/ZMJSONSerialization.h>
-#include <Platform/ZMPlatformException.h>
 #include <ZMChatRoom/Utility/ZMChatRoomUtil.h>
 #include <ZMChatRoom/ZMChatRoomLogCommonTag.h>
+
+#include "support/ZMNestedValues.h"
 
 namespace {
 
 ZMEmulatedLogger& logger() { return ZMCoreEmulator::shared().logger(); }
 
+// Nothing to print, or nothing the platform's writer would write: "" and no
+// line. The writer's refusals include text that is not UTF-8 (in a value or a
+// key, at any depth) and nesting deeper than the platform's parser reads
+// (512 levels), which is refused before anything walks the value recursively.
 TEST(ChatRoomUtilJSONTextTest, NothingToPrintGivesEmptyTextWithoutLog) {
     const ZMValue binary = ZMValue::binary({0x01, 0x02});
     struct Case { const char* name; ZMValue dict, array; };  // given to stringFromDict, stringFromArray
@@ -24,12 +29,26 @@ TEST(ChatRoomUtilJSONTextTest, NothingToPrintGivesEmptyTextWithoutLog) {
         {"binary_inside", ZMValue{{"d", binary}}, ZMValue::array({"a", binary})},
         {"binary_nested", ZMValue{{"d", {{"e", binary}}}}, ZMValue::array({ZMValue::array({binary})})},
         {"binary_top_level", binary, binary},
+        {"invalid_utf8_value", ZMValue{{"key", "v\xff"}}, ZMValue::array({"ok", "\xc3"})},
+        {"invalid_utf8_key", ZMValue{{"k\xff", "v"}}, ZMValue::array({ZMValue{{"\xed\xa0\x80", 1}}})},
+        {"invalid_utf8_nested", ZMValue{{"d", {{"e", ZMValue::array({"\xf8"})}}}}, ZMValue::array({ZMValue::array({"\x80"})})},
+        {"nested_beyond_parser_limit", nestedValue(513, true), nestedValue(513, false)},
     };
     for (const Case& c : cases) {
         logger().clear();
         EXPECT_EQ(ZMChatRoomUtil::stringFromDict(c.dict), "") << c.name;
         EXPECT_EQ(ZMChatRoomUtil::stringFromArray(c.array), "") << c.name;
         EXPECT_TRUE(logger().lines().empty()) << c.name;
+    }
+}
+
+// At the parser's limit the text is written, and reads back as the value.
+TEST(ChatRoomUtilJSONTextTest, PrintsNestingUpToTheParserLimit) {
+    for (bool dictionaries : {false, true}) {
+        const ZMValue limit = nestedValue(512, dictionaries);
+        const std::string text = ZMChatRoomUtil::stringFromDict(limit);
+        ASSERT_FALSE(text.empty()) << dictionaries;
+        EXPECT_EQ(ZMJSONSerialization::JSONObjectWithData(ZMData(text.begin(), text.end())), limit) << dictionaries;
     }
 }
 
@@ -44,30 +63,6 @@ TEST(ChatRoomUtilJSONTextTest, PrintsIndentedMultiLineJSON) {
         EXPECT_TRUE(text.find("\n ") != std::string::npos || text.find("\n\t") != std::string::npos) << text;
         EXPECT_EQ(ZMValue::parse(text), input);
     }
-}
-
-// A string that is not UTF-8 passes the validity test but makes the writer
-// raise; the helper logs the exception and answers "".
-TEST(ChatRoomUtilJSONTextTest, WriterExceptionIsLoggedAndGivesEmptyText) {
-    const ZMValue badDict{{"key", "v\xff"}};
-    const ZMValue badArray = ZMValue::array({"ok", "\xc3"});
-    auto descriptionOf = [](const ZMValue& value) {
-        try {
-            ZMJSONSerialization::dataWithJSONObject(value, true);
-        } catch (const ZMPlatformException& exception) {
-            return exception.description();
-        }
-        ADD_FAILURE() << "the writer accepted invalid UTF-8";
-        return std::string();
-    };
-
-    logger().clear();
-    EXPECT_EQ(ZMChatRoomUtil::stringFromDict(badDict), "");
-    EXPECT_EQ(ZMChatRoomUtil::stringFromArray(badArray), "");
-    EXPECT_EQ(logger().lines(),
-              (std::vector<ZMLogLine>{
-                  {3, 1024, "ZMChatRoomUtil.cpp", "ZMChatRoomUtil stringFromDict exception:" + descriptionOf(badDict)},
-                  {3, 1024, "ZMChatRoomUtil.cpp", "ZMChatRoomUtil stringFromArray exception:" + descriptionOf(badArray)}}));
 }
 
 // The log-line tests name the tags through their constants, so a slip in a

@@ -7,11 +7,12 @@
 #include <Platform/ZMJSONSerialization.h>
 #include <Platform/ZMPlatformException.h>
 
+#include "support/ZMNestedValues.h"
+
 namespace {
 
 ZMData bytes(const std::string& text) { return ZMData(text.begin(), text.end()); }
 std::string nested(size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
-
 TEST(ZMJSONSerializationTest, ParsesJSONTextAndRejectsEverythingElseWithoutThrowing) {
     const struct {
         const char* name;
@@ -54,8 +55,13 @@ TEST(ZMJSONSerializationTest, ValidityAndWriterAgreeOnWhatCanBeWritten) {
         {"nested NaN", {{"a", {{"b", std::numeric_limits<double>::quiet_NaN()}}}}, false, false},
         {"nested infinity", ZMValue::array({1, -std::numeric_limits<double>::infinity()}), false, false},
         {"binary value", ZMValue::array({ZMValue::binary({1, 2})}), false, false},
-        {"invalid UTF-8 value: valid, but the writer raises", {{"a", "\xFF"}}, true, false},
-        {"invalid UTF-8 key: valid, but the writer raises", {{"\xC3", 1}}, true, false},
+        {"invalid UTF-8 value", {{"a", "\xFF"}}, false, false},
+        {"invalid UTF-8 key", {{"\xC3", 1}}, false, false},
+        {"invalid UTF-8 deep inside", ZMValue::array({ZMValue{{"k", ZMValue::array({"ok", "\xED\xA0\x80"})}}}), false, false},
+        // As deep as the parser reads, and one level deeper.
+        {"nested 512 deep", nestedValue(512, false), true, true},
+        {"nested 513 deep", nestedValue(513, false), false, false},
+        {"dictionaries nested 513 deep", nestedValue(513, true), false, false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
