@@ -24,6 +24,27 @@ ZMCoreEmulator& ZMCoreEmulator::shared() {
     return *emulator;
 }
 
+// ---- Between tests ---------------------------------------------------------------
+
+bool ZMCoreEmulator::reset(double timeoutSeconds) {
+    // Deliveries already on their way would otherwise land in the fresh state.
+    const bool idle = state_->dispatcher.waitUntilIdle(timeoutSeconds);
+    state_->service.resetRequests();
+    state_->service.setRequestCapacity(ZMEmulatedChatRoomService::kDefaultRequestCapacity);
+    state_->kv.reset();
+    state_->navi.reset();
+    state_->client.reset();
+    state_->dispatcher.setThreadCount(1);
+    ZMEmulatedLogger& logger = state_->logger;
+    logger.setLineObserver({});
+    logger.setConsoleLevel(-1);
+    logger.setConsoleStream(stderr);
+    logger.setRecording(true);
+    logger.setLineCapacity(ZMEmulatedLogger::kDefaultLineCapacity);
+    logger.clear();
+    return idle;
+}
+
 // ---- Extension modules ---------------------------------------------------------
 
 void ZMCoreEmulator::loadExtensionModule(const VemoIMLibExtensionModuleLoader& loader) {

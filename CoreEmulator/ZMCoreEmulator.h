@@ -32,6 +32,29 @@ public:
 
     static ZMCoreEmulator& shared();
 
+    // ---- Between tests -----------------------------------------------------
+    // Puts the emulator back to its initial state, so that tests can share a
+    // process. First waits (up to timeoutSeconds) until no delivery is
+    // outstanding; then drops every rule and every held request (their
+    // callbacks are released uncalled: the module never hears of them),
+    // clears the request record (ids count from 1 again; the record keeps
+    // its initial capacity), resets the key-value server model (stores,
+    // memberships, pending first synchronisations, notifications and
+    // settings), the navigation data, detection outcome and count, sets the
+    // connection status back to 0 without offering it to the modules,
+    // switches payload-encoding failure off, goes back to one callback thread
+    // and empties the logger (lines, console, observer, capacity, recording).
+    //
+    // What stays, as with a real core that loads a module once per process:
+    // the loaded modules, the registered message types, the listener
+    // callbacks a module installed (initChatRoomListener) and push listening.
+    // The module's own state (rooms, observers, timers) is the module's: the
+    // test kit (ZMChatRoomTestKit::reset) resets both.
+    //
+    // False when the emulator did not become idle in time (the reset is done
+    // all the same), and at once from a callback thread.
+    bool reset(double timeoutSeconds = 30);
+
     // ---- Extension modules -------------------------------------------------
     // Loads a module the way the core does: calls the module class's loader on
     // the caller's thread and keeps the module it returns. Every later

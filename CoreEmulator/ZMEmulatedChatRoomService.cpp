@@ -391,6 +391,22 @@ bool ZMEmulatedChatRoomService::answer(uint64_t requestId, const ZMCoreAnswer& a
     return true;
 }
 
+void ZMEmulatedChatRoomService::resetRequests() {
+    std::map<uint64_t, HeldRequest> dropped;
+    std::map<std::string, Rule> rules;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        dropped.swap(held_);
+        rules.swap(rules_);
+        lastRequestId_ = 0;
+    }
+    clearRequests();
+    // Destroyed here, outside the lock: the module's callbacks and the test's
+    // rules may own objects whose destructors call back into the emulator.
+    dropped.clear();
+    rules.clear();
+}
+
 // ---- Pushes ------------------------------------------------------------------
 
 void ZMEmulatedChatRoomService::raiseStatusChange(const std::string& chatroomId) {

@@ -87,6 +87,10 @@ public:
     void clearRules();
     std::vector<ZMCoreRequest> heldRequests() const;
     bool answer(uint64_t requestId, const ZMCoreAnswer& answer);
+    // Drops every rule and every held request (their callbacks are released
+    // uncalled), clears the record and numbers requests from 1 again. The
+    // installed listener callbacks and push listening stay.
+    void resetRequests();
 
     void raiseStatusChange(const std::string& chatroomId);
     void raiseKVChange(const std::string& chatroomId, const ZMValue& updateEntries, const ZMValue& removeEntries);

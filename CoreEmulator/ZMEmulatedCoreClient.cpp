@@ -107,6 +107,13 @@ void ZMEmulatedCoreClient::logout() {
     });
 }
 
+void ZMEmulatedCoreClient::reset() {
+    connectionStatus_.store(0);
+    payloadEncodingFails_.store(false);
+    std::lock_guard<std::mutex> lock(mutex_);
+    deliveredMessages_ = 0;
+}
+
 // ---- Received messages -------------------------------------------------------
 
 std::optional<ZMMessageClass> ZMEmulatedCoreClient::messageClassFor(const std::string& objectName) const {

@@ -33,6 +33,10 @@ public:
     void logout();
     std::shared_future<bool> deliverMessage(const std::string& objectName, const std::string& jsonPayload,
                                             const std::string& targetId, bool isOffline);
+    // Back to the initial session: connection status 0, set without offering
+    // it to the modules; payload encoding working; message ids counting from
+    // "EMU-1" again. Loaded modules and registered message types stay.
+    void reset();
 
 private:
     ZMEmulatedCoreClient() = default;

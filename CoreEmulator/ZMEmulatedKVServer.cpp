@@ -399,3 +399,18 @@ void ZMEmulatedKVServer::clearNotifications() {
     std::lock_guard<std::mutex> lock(mutex_);
     notifications_.clear();
 }
+
+void ZMEmulatedKVServer::reset() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    // Every stay ends rather than being forgotten: a membership keeps its
+    // serial, so a follow-up still on its way from before the reset finds it
+    // changed and does nothing, even after the room is joined again.
+    for (auto& [room, membership] : memberships_) leaveLocked(room);
+    stores_.clear();
+    notifications_.clear();
+    enabled_ = true;
+    currentUserId_ = kDefaultUserId;
+    firstSync_ = FirstSync::Immediately;
+    firstSyncDelay_ = 0;
+    capacity_ = kDefaultRoomCapacity;
+}

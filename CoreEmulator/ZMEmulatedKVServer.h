@@ -103,6 +103,11 @@ public:
     std::optional<std::string> entryOwner(const std::string& chatroomId, const std::string& key) const;
     std::vector<ZMKVNotification> notifications() const;
     void clearNotifications();
+    // Back to the initial state: no stores, the current user in no room (a
+    // first synchronisation still due is cancelled), no notifications, and
+    // the initial settings (on, "emulator-user", immediate first
+    // synchronisation, 100 entries a room).
+    void reset();
 
 private:
     struct Entry {

@@ -54,6 +54,19 @@ size_t ZMEmulatedNaviDataManager::detectionCount() const {
     return detectionCount_;
 }
 
+void ZMEmulatedNaviDataManager::reset() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    available_ = true;
+    kvStorageEnabled_ = true;
+    messageStoreEnabled_ = true;
+    multiChatroomEnabled_ = true;
+    detectionFails_ = false;
+    navi_ = kInitialNavi;
+    ip_ = kInitialIp;
+    net_ = kInitialNet;
+    detectionCount_ = 0;
+}
+
 void ZMEmulatedNaviDataManager::detectNavi(bool /*force*/, ZMNetDetection::SuccessBlock success,
                                            ZMNetDetection::ErrorBlock error) {
     bool fails = false;

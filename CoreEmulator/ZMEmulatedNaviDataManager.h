@@ -27,6 +27,9 @@ public:
     void setDetectionResult(const std::string& navi, const std::string& ip, const std::string& net);
     void setDetectionFails();
     size_t detectionCount() const;
+    // Back to the initial state: data available, every switch on, detection
+    // succeeding with the initial strings, no detection counted.
+    void reset();
     // Counts the detection and answers it later on a callback thread with the
     // outcome configured at the moment of the call.
     void detectNavi(bool force, ZMNetDetection::SuccessBlock success, ZMNetDetection::ErrorBlock error);
@@ -41,8 +44,13 @@ private:
     bool messageStoreEnabled_ = true;
     bool multiChatroomEnabled_ = true;
     bool detectionFails_ = false;
-    std::string navi_ = "navi.emulator";
-    std::string ip_ = "127.0.0.1";
-    std::string net_ = "wifi";
+    // The detection outcome until told otherwise.
+    static constexpr const char* kInitialNavi = "navi.emulator";
+    static constexpr const char* kInitialIp = "127.0.0.1";
+    static constexpr const char* kInitialNet = "wifi";
+
+    std::string navi_ = kInitialNavi;
+    std::string ip_ = kInitialIp;
+    std::string net_ = kInitialNet;
     size_t detectionCount_ = 0;
 };

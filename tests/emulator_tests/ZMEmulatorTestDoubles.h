@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <thread>
 
@@ -71,8 +72,12 @@ public:
         record("message:" + message->objectName + "," + message->targetId + "," +
                (ping ? ping->text.value_or("-") : std::string(message->content ? "other" : "none")) +
                (isOffline ? ",offline" : ""));
-        return holdsMessages_;
+        return holdsMessages_.load();
     }
+    // Whether it holds the messages offered to it from now on; a test that
+    // loaded a holding module lets the modules loaded after it hear messages
+    // again once it is done.
+    void setHoldsMessages(bool holds) { holdsMessages_ = holds; }
     void setAppKey(const std::string&) override {}
     void setConfiguration(const ZMValue&) override {}
     void setUserId(const std::string&) override {}
@@ -89,5 +94,5 @@ private:
 
     ZMEventRecorder& events_;
     std::string name_;
-    bool holdsMessages_;
+    std::atomic<bool> holdsMessages_;
 };
