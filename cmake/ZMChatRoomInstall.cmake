@@ -6,10 +6,13 @@
 #   lib/cmake/ZMChatRoom/, lib/pkgconfig/zmchatroom.pc   component ZMChatRoom_Development
 #   lib/libZMCoreEmulator.so*, include/zmchatroom-emulator/CoreEmulator/...,
 #   its exported targets and zmchatroom-emulator.pc     component ZMChatRoom_CoreEmulator
+#   lib/libZMChatRoomTestKit.so*, include/zmchatroom-testkit/ZMChatRoomTestKit/...,
+#   zmchatroom-testkit.pc (the test kit, exported with the emulator)
 #
 # The headers live under include roots of their own, so that their generic
 # directory names (Platform/) cannot clash with other packages', and the
-# emulator's headers are reachable only through the emulator's target.
+# emulator's headers are reachable only through the emulator's target (the
+# test kit's only through the test kit's).
 
 set(ZM_CMAKE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/ZMChatRoom")
 set(ZM_PKGCONFIG_DIR "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
@@ -20,7 +23,7 @@ install(TARGETS VemoIMLibCore ZMPlatform ZMChatRoom
                 NAMELINK_COMPONENT ZMChatRoom_Development
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ZMChatRoom_Development
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ZMChatRoom_Runtime)
-install(TARGETS ZMCoreEmulator
+install(TARGETS ZMCoreEmulator ZMChatRoomTestKit
         EXPORT ZMChatRoomCoreEmulatorTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ZMChatRoom_CoreEmulator
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ZMChatRoom_CoreEmulator
@@ -40,6 +43,10 @@ install(DIRECTORY ${ZM_ROOT}/CoreEmulator/
         DESTINATION ${ZM_INSTALL_EMULATOR_INCLUDEDIR}/CoreEmulator
         COMPONENT ZMChatRoom_CoreEmulator
         FILES_MATCHING PATTERN "*.h" PATTERN "*+Internal.h" EXCLUDE)
+install(DIRECTORY ${ZM_ROOT}/TestKit/ZMChatRoomTestKit/
+        DESTINATION ${ZM_INSTALL_TESTKIT_INCLUDEDIR}/ZMChatRoomTestKit
+        COMPONENT ZMChatRoom_CoreEmulator
+        FILES_MATCHING PATTERN "*.h")
 
 install(EXPORT ZMChatRoomTargets
         NAMESPACE ZMChatRoom::
@@ -81,12 +88,13 @@ endif()
 _zm_pc_path(ZM_PC_LIBDIR "${CMAKE_INSTALL_LIBDIR}")
 _zm_pc_path(ZM_PC_INCLUDEDIR "${ZM_INSTALL_INCLUDEDIR}")
 _zm_pc_path(ZM_PC_EMULATOR_INCLUDEDIR "${ZM_INSTALL_EMULATOR_INCLUDEDIR}")
-foreach(pc IN ITEMS zmchatroom zmchatroom-emulator)
+_zm_pc_path(ZM_PC_TESTKIT_INCLUDEDIR "${ZM_INSTALL_TESTKIT_INCLUDEDIR}")
+foreach(pc IN ITEMS zmchatroom zmchatroom-emulator zmchatroom-testkit)
   configure_file(${CMAKE_CURRENT_LIST_DIR}/${pc}.pc.in ${CMAKE_CURRENT_BINARY_DIR}/${pc}.pc @ONLY)
 endforeach()
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zmchatroom.pc
         DESTINATION ${ZM_PKGCONFIG_DIR}
         COMPONENT ZMChatRoom_Development)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zmchatroom-emulator.pc
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zmchatroom-emulator.pc ${CMAKE_CURRENT_BINARY_DIR}/zmchatroom-testkit.pc
         DESTINATION ${ZM_PKGCONFIG_DIR}
         COMPONENT ZMChatRoom_CoreEmulator)

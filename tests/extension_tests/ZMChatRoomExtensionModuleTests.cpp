@@ -106,8 +106,11 @@ protected:
 };
 
 // The process's first loads race on several threads, then the core loads the
-// module too: one module, one registration in order, one line per call.
+// module too: one module, one registration in order, one line per call. A
+// module is loaded once per process; when an earlier test of the same process
+// loaded it already, these loads must create, register and wire nothing more.
 TEST(ExtensionModuleLoadTest, LoadsOnceLogsEveryCallAndRegistersInOrder) {
+    const bool firstLoad = core().registeredMessageTypes().empty();
     std::vector<ZMChatRoomExtensionModule*> loaded(4, nullptr);
     std::vector<std::thread> threads;
     for (auto& slot : loaded) threads.emplace_back([&slot] { slot = &ZMChatRoomExtensionModule::loadVemoExtensionModule(); });
@@ -126,9 +129,11 @@ TEST(ExtensionModuleLoadTest, LoadsOnceLogsEveryCallAndRegistersInOrder) {
     EXPECT_TRUE(loaded[0]->chatRoomMessageTypeList() == registered);
     EXPECT_TRUE(loaded[0]->getSignalMessageClassList() ==
                 std::vector<ZMMessageClass>{ZMMessageClass::of<ZMChatroomKVNotificationMessage>()});
-    // The client was wired to the core exactly once.
-    EXPECT_EQ(core().requests("initChatRoomListener").size(), 1u);
-    EXPECT_EQ(core().requests("setChatRoomPSListener").size(), 1u);
+    // The client was wired to the core exactly once (by the first load).
+    const size_t wirings = firstLoad ? 1u : 0u;
+    EXPECT_EQ(core().requests("initChatRoomListener").size(), wirings);
+    EXPECT_EQ(core().requests("setChatRoomPSListener").size(), wirings);
+    EXPECT_TRUE(core().isPushListening());
 }
 
 struct DerivedBanMessage : ZMChatRoomMemberBanMessage {};
