@@ -8,6 +8,7 @@ RoomPresence::RoomPresence(std::string roomId) : roomId_(std::move(roomId)) {}
 void RoomPresence::enter() {
     ZMChatRoomClient& client = ZMChatRoomClient::sharedChatRoomClient();
     client.addChatRoomStatusDelegate(shared_from_this());
+    client.setMemberDelegate(shared_from_this());
     // Outcomes arrive through the status callbacks; an argument error is
     // reported at once through the error callback.
     client.joinChatRoom(roomId_, 20, {}, [weak = weak_from_this()](int32_t code) {
@@ -61,6 +62,13 @@ void RoomPresence::onChatRoomJoined(const std::string& chatroomId,
     lastError_.reset();
 }
 
+void RoomPresence::memberDidChange(const std::shared_ptr<ZMChatRoomMemberActionModel>& change) {
+    if (!change || change->roomId != roomId_) return;
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (state_ != State::In) return;
+    memberCount_ = change->memberCount > 0 ? static_cast<int64_t>(change->memberCount) - 1 : 0;
+}
+
 void RoomPresence::onChatRoomJoinFailed(const std::string& chatroomId, int32_t errorCode) {
     if (chatroomId != roomId_) return;
     std::lock_guard<std::mutex> lock(mutex_);
@@ -69,6 +77,12 @@ void RoomPresence::onChatRoomJoinFailed(const std::string& chatroomId, int32_t e
 }
 
 void RoomPresence::onChatRoomQuited(const std::string& chatroomId) {
+    if (chatroomId != roomId_) return;
+    std::lock_guard<std::mutex> lock(mutex_);
+    state_ = State::Out;
+}
+
+void RoomPresence::onChatRoomDestroyed(const std::string& chatroomId, int32_t /*type*/) {
     if (chatroomId != roomId_) return;
     std::lock_guard<std::mutex> lock(mutex_);
     state_ = State::Out;

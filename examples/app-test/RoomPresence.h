@@ -6,19 +6,22 @@
 #include <optional>
 #include <string>
 
+#include <ZMChatRoom/Models/ZMChatRoomMemberActionModel.h>
 #include <ZMChatRoom/ZMChatRoomClient.h>
 
 // App code: keeps the app in one chat room and tells the user interface
-// whether it is in, how many members the room has and why a join failed.
-// It uses the chat-room client only; which core runs underneath is decided
-// when the app is linked.
-class RoomPresence : public ZMChatRoomStatusDelegate, public std::enable_shared_from_this<RoomPresence> {
+// whether it is in, how many others are in the room (from the join, then from
+// every member change) and why a join failed. It uses the chat-room client
+// only; which core runs underneath is decided when the app is linked.
+class RoomPresence : public ZMChatRoomStatusDelegate,
+                     public ZMChatRoomMemberDelegate,
+                     public std::enable_shared_from_this<RoomPresence> {
 public:
     enum class State { Out, Entering, In, Failed };
 
     explicit RoomPresence(std::string roomId);
 
-    // Starts observing and joins the room.
+    // Starts observing (room status and member changes) and joins the room.
     void enter();
     void leave();
 
@@ -35,6 +38,9 @@ public:
                           const std::shared_ptr<ZMJoinChatRoomResponse>& response) override;
     void onChatRoomJoinFailed(const std::string& chatroomId, int32_t errorCode) override;
     void onChatRoomQuited(const std::string& chatroomId) override;
+    void onChatRoomDestroyed(const std::string& chatroomId, int32_t type) override;
+    using ZMChatRoomMemberDelegate::memberDidChange;
+    void memberDidChange(const std::shared_ptr<ZMChatRoomMemberActionModel>& change) override;
 
 private:
     const std::string roomId_;

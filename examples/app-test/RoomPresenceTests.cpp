@@ -1,5 +1,8 @@
 // Tests of the app's RoomPresence on the core emulator: the emulator plays the
 // server and the network, the test checks what the user interface would show.
+// ZMChatRoomTestFixture loads the module once and resets the module and the
+// emulator before every test, so the tests also pass run together in one
+// process (./room_presence_tests), in any order.
 
 #include <cstdint>
 #include <functional>
@@ -10,20 +13,19 @@
 
 #include <gtest/gtest.h>
 
-#include <CoreEmulator/ZMCoreEmulator.h>
-#include <Platform/ZMMainQueue.h>
-#include <ZMChatRoom/Extension/ZMChatRoomExtensionModule.h>
-#include <ZMChatRoom/ZMChatRoomClient.h>
+#include <ZMChatRoomTestKit/ZMChatRoomTestFixture.h>
 
 #include "RoomPresence.h"
 
 namespace {
 
+using Kit = ZMChatRoomTestKit;
+
 struct Case {
     const char* name;
     std::string room;
     std::function<void(ZMCoreEmulator&)> server;  // how the emulated server answers
-    std::function<void(ZMCoreEmulator&)> after;   // what happens once the app asked to enter
+    std::function<void()> after;                  // what happens once the app asked to enter
     RoomPresence::State state;
     int64_t memberCount;
     std::optional<int32_t> lastError;
@@ -32,27 +34,7 @@ struct Case {
 
 std::ostream& operator<<(std::ostream& out, const Case& c) { return out << c.name; }
 
-class RoomPresenceFixture : public testing::Test {
-protected:
-    void SetUp() override { core.loadExtensionModule(&ZMChatRoomExtensionModule::loadVemoExtensionModule); }
-
-    // Lets everything the last step caused happen: the module's operations and
-    // requests, the emulator's answers, the status announcements and the
-    // main-queue tasks.
-    void settle() {
-        for (int round = 0; round < 3; ++round) {
-            client.zm_chatroom_operation_queue().sync([] {});
-            ASSERT_TRUE(core.waitUntilIdle());
-            client.zm__notify_chatroom_status_queue().sync([] {});
-            ZMMainQueue::shared().drain();
-        }
-    }
-
-    ZMCoreEmulator& core = ZMCoreEmulator::shared();
-    ZMChatRoomClient& client = ZMChatRoomClient::sharedChatRoomClient();
-};
-
-class RoomPresenceTest : public RoomPresenceFixture, public testing::WithParamInterface<Case> {};
+class RoomPresenceTest : public ZMChatRoomTestFixture, public testing::WithParamInterface<Case> {};
 
 TEST_P(RoomPresenceTest, ShowsWhereTheAppStands) {
     const Case& c = GetParam();
@@ -61,7 +43,7 @@ TEST_P(RoomPresenceTest, ShowsWhereTheAppStands) {
     presence->enter();
     ASSERT_NO_FATAL_FAILURE(settle());
     if (c.after) {
-        c.after(core);
+        c.after();
         ASSERT_NO_FATAL_FAILURE(settle());
     }
     EXPECT_EQ(presence->state(), c.state);
@@ -70,24 +52,38 @@ TEST_P(RoomPresenceTest, ShowsWhereTheAppStands) {
     EXPECT_EQ(presence->statusLine(), c.statusLine);
 }
 
+void joinAnswers(ZMCoreEmulator& core, int members) {
+    core.setRule("joinChatroom", ZMCoreAnswer::success({{"member_count_", members}}));
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Server, RoomPresenceTest,
     testing::Values(
-        Case{"LetsTheAppIn", "lobby",
-             [](ZMCoreEmulator& core) { core.setRule("joinChatroom", ZMCoreAnswer::success({{"member_count_", 5}})); },
-             nullptr, RoomPresence::State::In, 4, std::nullopt, "In lobby with 4 others"},
+        Case{"LetsTheAppIn", "lobby", [](ZMCoreEmulator& core) { joinAnswers(core, 5); }, nullptr,
+             RoomPresence::State::In, 4, std::nullopt, "In lobby with 4 others"},
         Case{"RefusesAClosedRoom", "lobby",
              [](ZMCoreEmulator& core) { core.setRule("joinChatroom", ZMCoreAnswer::failure(23410)); }, nullptr,
              RoomPresence::State::Failed, 0, 23410, "Could not enter lobby (error 23410)"},
-        Case{"ConnectionDropsAfterEntering", "lobby",
-             [](ZMCoreEmulator& core) { core.setRule("joinChatroom", ZMCoreAnswer::success({{"member_count_", 3}})); },
-             [](ZMCoreEmulator& core) { core.setConnectionStatus(1); }, RoomPresence::State::Failed, 2, -1,
+        Case{"ConnectionDropsAfterEntering", "lobby", [](ZMCoreEmulator& core) { joinAnswers(core, 3); },
+             [] { Kit::pushConnectionStatus(Kit::kConnectionLost); }, RoomPresence::State::Failed, 2, -1,
              "Offline, will retry lobby"},
+        // The server's member-change message, built by the kit with the
+        // module's own message class.
+        Case{"MembersComeAndGo", "lobby", [](ZMCoreEmulator& core) { joinAnswers(core, 3); },
+             [] {
+                 Kit::deliverMemberChange({.chatroomId = "lobby", .members = {{"u7", 1}, {"u8", 1}}, .memberCount = 5});
+             },
+             RoomPresence::State::In, 4, std::nullopt, "In lobby with 4 others"},
+        Case{"IgnoresOtherRooms", "lobby", [](ZMCoreEmulator& core) { joinAnswers(core, 3); },
+             [] { Kit::deliverMemberChange({.chatroomId = "hall", .members = {{"u7", 1}}, .memberCount = 9}); },
+             RoomPresence::State::In, 2, std::nullopt, "In lobby with 2 others"},
         Case{"RejectsAnEmptyRoomId", "", nullptr, nullptr, RoomPresence::State::Failed, 0, 34210,
              "Could not enter  (error 34210)"}),
     [](const testing::TestParamInfo<Case>& info) { return std::string(info.param.name); });
 
-TEST_F(RoomPresenceFixture, LeavingTakesTheAppOut) {
+class RoomPresenceSessionTest : public ZMChatRoomTestFixture {};
+
+TEST_F(RoomPresenceSessionTest, LeavingTakesTheAppOut) {
     auto presence = std::make_shared<RoomPresence>("lobby");
     presence->enter();
     ASSERT_NO_FATAL_FAILURE(settle());
@@ -96,6 +92,16 @@ TEST_F(RoomPresenceFixture, LeavingTakesTheAppOut) {
     ASSERT_NO_FATAL_FAILURE(settle());
     EXPECT_EQ(presence->state(), RoomPresence::State::Out);
     EXPECT_EQ(core.requests("quitChatroom").size(), 1u);
+}
+
+TEST_F(RoomPresenceSessionTest, ARoomDestroyedOnTheServerTakesTheAppOut) {
+    auto presence = std::make_shared<RoomPresence>("lobby");
+    presence->enter();
+    ASSERT_NO_FATAL_FAILURE(settle());
+    Kit::pushRoomDestroyed("lobby");
+    ASSERT_NO_FATAL_FAILURE(settle());
+    EXPECT_EQ(presence->state(), RoomPresence::State::Out);
+    EXPECT_EQ(presence->statusLine(), "Not in lobby");
 }
 
 }  // namespace

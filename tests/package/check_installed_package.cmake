@@ -1,6 +1,6 @@
 # Installs the package into a scratch prefix and uses it the way an app does:
-# the examples build against it through find_package and run, every installed
-# header compiles in an app, the version and the components behave, a
+# the examples build against it through find_package and run (the app-test
+# example with the test kit), every installed header compiles in an app, the version and the components behave, a
 # production install without the emulator works, and the pkg-config files
 # build the quick start.
 #   -DSOURCE_DIR -DBUILD_DIR -DWORK_DIR -DGENERATOR -DCXX -DWERROR -DVERSION -DCTEST
@@ -24,14 +24,16 @@ foreach(file IN ITEMS
         include/zmchatroom/ZMChatRoom/Models/ZMChatRoomInfo.h
         include/zmchatroom/VemoIMLibCore/ZMKernel.h
         include/zmchatroom/Platform/ZMMainQueue.h
-        include/zmchatroom-emulator/CoreEmulator/ZMCoreEmulator.h)
+        include/zmchatroom-emulator/CoreEmulator/ZMCoreEmulator.h
+        include/zmchatroom-testkit/ZMChatRoomTestKit/ZMChatRoomTestKit.h
+        include/zmchatroom-testkit/ZMChatRoomTestKit/ZMChatRoomTestFixture.h)
   if(NOT EXISTS ${prefix}/${file})
     message(FATAL_ERROR "${file} is not installed")
   endif()
 endforeach()
 foreach(file IN ITEMS cmake/ZMChatRoom/ZMChatRoomConfigVersion.cmake cmake/ZMChatRoom/ZMChatRoomTargets.cmake
                       cmake/ZMChatRoom/ZMChatRoomCoreEmulatorTargets.cmake pkgconfig/zmchatroom.pc
-                      pkgconfig/zmchatroom-emulator.pc)
+                      pkgconfig/zmchatroom-emulator.pc pkgconfig/zmchatroom-testkit.pc)
   if(NOT EXISTS ${libdir}/${file})
     message(FATAL_ERROR "${libdir}/${file} is not installed")
   endif()
@@ -62,14 +64,17 @@ step("configuring the app-test example" ${CMAKE_COMMAND} -S ${SOURCE_DIR}/exampl
 step("building the app-test example" ${CMAKE_COMMAND} --build ${WORK_DIR}/app-test --parallel 2)
 step("running the app-test example's tests" ${CTEST}
      --test-dir ${WORK_DIR}/app-test --output-on-failure)
-expect_output("the app-test example" "100% tests passed, 0 tests failed out of 5")
+expect_output("the app-test example" "100% tests passed, 0 tests failed out of 9")
 
 # ---- Headers, version and components, as an app project sees them --------------
 file(GLOB_RECURSE module_headers RELATIVE ${prefix}/include/zmchatroom ${prefix}/include/zmchatroom/*.h)
 file(GLOB_RECURSE emulator_headers RELATIVE ${prefix}/include/zmchatroom-emulator
      ${prefix}/include/zmchatroom-emulator/*.h)
+file(GLOB_RECURSE testkit_headers RELATIVE ${prefix}/include/zmchatroom-testkit
+     ${prefix}/include/zmchatroom-testkit/*.h)
 list(SORT module_headers)
 list(SORT emulator_headers)
+list(SORT testkit_headers)
 set(text "")
 foreach(header IN LISTS module_headers)
   string(APPEND text "#include <${header}>\n")
@@ -86,6 +91,12 @@ foreach(header IN LISTS emulator_headers)
 endforeach()
 string(APPEND text "int emulatorHeaders() { return 0; }\n")
 file(WRITE ${WORK_DIR}/headers/emulator_headers.cpp "${text}")
+set(text "")
+foreach(header IN LISTS testkit_headers)
+  string(APPEND text "#include <${header}>\n")
+endforeach()
+string(APPEND text "int testkitHeaders() { return 0; }\n")
+file(WRITE ${WORK_DIR}/headers/testkit_headers.cpp "${text}")
 file(WRITE ${WORK_DIR}/headers/CMakeLists.txt "
 cmake_minimum_required(VERSION 3.25)
 project(ZMChatRoomHeaders LANGUAGES CXX)
@@ -93,11 +104,12 @@ find_package(ZMChatRoom ${next_version} QUIET)
 if(ZMChatRoom_FOUND)
   message(FATAL_ERROR \"version ${VERSION} satisfies a request for ${next_version}\")
 endif()
-find_package(ZMChatRoom ${VERSION} EXACT REQUIRED COMPONENTS CoreEmulator)
+find_package(ZMChatRoom ${VERSION} EXACT REQUIRED COMPONENTS CoreEmulator TestKit)
+find_package(GTest REQUIRED)
 if(NOT ZMChatRoom_VERSION VERSION_EQUAL ${VERSION})
   message(FATAL_ERROR \"found version \${ZMChatRoom_VERSION}\")
 endif()
-foreach(target ZMChatRoom VemoIMLibCore Platform CoreEmulator)
+foreach(target ZMChatRoom VemoIMLibCore Platform CoreEmulator TestKit)
   if(NOT TARGET ZMChatRoom::\${target})
     message(FATAL_ERROR \"no ZMChatRoom::\${target}\")
   endif()
@@ -106,12 +118,20 @@ add_library(module_headers OBJECT module_headers.cpp)
 target_link_libraries(module_headers PRIVATE ZMChatRoom::ZMChatRoom)
 add_library(emulator_headers OBJECT emulator_headers.cpp)
 target_link_libraries(emulator_headers PRIVATE ZMChatRoom::CoreEmulator)
+add_library(testkit_headers OBJECT testkit_headers.cpp)
+target_link_libraries(testkit_headers PRIVATE ZMChatRoom::TestKit GTest::gtest)
 # The emulator's control API is out of reach of code that links only the module.
 include(CheckCXXSourceCompiles)
 set(CMAKE_REQUIRED_LIBRARIES ZMChatRoom::ZMChatRoom)
 check_cxx_source_compiles(\"#include <CoreEmulator/ZMCoreEmulator.h>\nint main() { return 0; }\" EMULATOR_REACHABLE)
 if(EMULATOR_REACHABLE)
   message(FATAL_ERROR \"the emulator's headers are reachable through ZMChatRoom::ZMChatRoom\")
+endif()
+# The test kit's headers only through the test kit.
+set(CMAKE_REQUIRED_LIBRARIES ZMChatRoom::CoreEmulator)
+check_cxx_source_compiles(\"#include <ZMChatRoomTestKit/ZMChatRoomTestKit.h>\nint main() { return 0; }\" TESTKIT_REACHABLE)
+if(TESTKIT_REACHABLE)
+  message(FATAL_ERROR \"the test kit's headers are reachable through ZMChatRoom::CoreEmulator\")
 endif()
 ")
 step("configuring the header check" ${CMAKE_COMMAND} -S ${WORK_DIR}/headers -B ${WORK_DIR}/headers/build ${common})
@@ -122,19 +142,22 @@ set(production ${WORK_DIR}/production)
 foreach(component IN ITEMS ZMChatRoom_Runtime ZMChatRoom_Development)
   step("installing ${component}" ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${production} --component ${component})
 endforeach()
-file(GLOB_RECURSE leftovers ${production}/*ZMCoreEmulator* ${production}/*CoreEmulator*)
+file(GLOB_RECURSE leftovers ${production}/*ZMCoreEmulator* ${production}/*CoreEmulator* ${production}/*TestKit*
+     ${production}/*testkit*)
 if(leftovers)
   message(FATAL_ERROR "a production install carries the emulator: ${leftovers}")
 endif()
 file(WRITE ${WORK_DIR}/production-check/CMakeLists.txt "
 cmake_minimum_required(VERSION 3.25)
 project(ZMChatRoomProduction LANGUAGES CXX)
-find_package(ZMChatRoom QUIET COMPONENTS CoreEmulator)
-if(ZMChatRoom_FOUND)
-  message(FATAL_ERROR \"the CoreEmulator component is found without being installed\")
-endif()
+foreach(component CoreEmulator TestKit)
+  find_package(ZMChatRoom QUIET COMPONENTS \${component})
+  if(ZMChatRoom_FOUND)
+    message(FATAL_ERROR \"the \${component} component is found without being installed\")
+  endif()
+endforeach()
 find_package(ZMChatRoom REQUIRED)
-if(TARGET ZMChatRoom::CoreEmulator OR NOT TARGET ZMChatRoom::ZMChatRoom)
+if(TARGET ZMChatRoom::CoreEmulator OR TARGET ZMChatRoom::TestKit OR NOT TARGET ZMChatRoom::ZMChatRoom)
   message(FATAL_ERROR \"wrong targets in a production install\")
 endif()
 ")
