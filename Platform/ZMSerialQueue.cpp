@@ -51,13 +51,22 @@ ZMSerialQueue::~ZMSerialQueue() {
 }
 
 void ZMSerialQueue::async(Task task) {
-    if (!task) return;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        tasks_.push_back(std::move(task));
-    }
-    wake_.notify_one();
+    if (enqueue(std::move(task))) wake();
 }
+
+bool ZMSerialQueue::enqueue(Task task, uint64_t* index) {
+    if (!task) return false;
+    std::lock_guard<std::mutex> lock(mutex_);
+    tasks_.push_back(std::move(task));
+    queued_.store(true, std::memory_order_relaxed);
+    const uint64_t queued = enqueued_.load(std::memory_order_relaxed) + 1;
+    enqueued_.store(queued, std::memory_order_release);
+    if (index) *index = queued;
+    // One wake-up is enough for everything queued until the worker runs.
+    return std::exchange(waiting_, false);
+}
+
+void ZMSerialQueue::wake() { wake_.notify_one(); }
 
 void ZMSerialQueue::sync(const Task& task) {
     if (!task) return;
@@ -109,25 +118,46 @@ void* ZMSerialQueue::getSpecific(const void* key) {
 
 void ZMSerialQueue::run() {
     nameWorkerThread(label_);
+    // The tasks being run; swapped with tasks_ so that both keep their capacity.
+    std::vector<Task> batch;
     std::unique_lock<std::mutex> lock(mutex_);
     for (;;) {
-        wake_.wait(lock, [this] { return stopping_ || !tasks_.empty(); });
+        if (!stopping_ && tasks_.empty()) {
+            // Out of work: before going to sleep, give the processor away a
+            // few times in case more arrives at once (as it does while a
+            // producer is busy), which then costs neither side a wake-up.
+            lock.unlock();
+            for (int i = 0; i < kIdleYields && !queued_.load(std::memory_order_relaxed); ++i) {
+                std::this_thread::yield();
+            }
+            lock.lock();
+        }
+        while (!stopping_ && tasks_.empty()) {
+            waiting_ = true;
+            wake_.wait(lock);
+        }
+        waiting_ = false;
         if (tasks_.empty()) return;  // stopping, and everything queued has run
-        Task task = std::move(tasks_.front());
-        tasks_.pop_front();
+        batch.swap(tasks_);
+        queued_.store(false, std::memory_order_relaxed);
         lock.unlock();
         {
             CurrentQueueScope scope(this);
-            try {
-                task();
-            } catch (...) {
-                // An escaping exception must not take the worker (and every
-                // task queued after it) down with it: it is dropped here.
+            for (Task& task : batch) {
+                try {
+                    task();
+                } catch (...) {
+                    // An escaping exception must not take the worker (and every
+                    // task queued after it) down with it: it is dropped here.
+                }
+                // The task's captures are released while still marked as running
+                // on this queue and outside the lock, so their destructors may queue work.
+                task = nullptr;
             }
-            // The task's captures are released while still marked as running
-            // on this queue and outside the lock, so their destructors may queue work.
-            task = nullptr;
         }
+        batch.clear();
+        // A rare burst's buffer is let go rather than kept for good.
+        if (batch.capacity() > kKeptTaskCapacity) std::vector<Task>().swap(batch);
         lock.lock();
     }
 }

@@ -70,7 +70,20 @@ public:
         }
         return live;
     }
-    size_t count() const { return allObjects().size(); }
+    // The members alive at the moment, as weak references in registration
+    // order (for a snapshot that must not keep them alive).
+    std::vector<std::weak_ptr<T>> allWeakObjects() const {
+        std::vector<std::weak_ptr<T>> live;
+        live.reserve(members_.size());
+        for (const auto& member : members_) {
+            if (!member.weak.expired()) live.push_back(member.weak);
+        }
+        return live;
+    }
+    size_t count() const {
+        return static_cast<size_t>(std::count_if(members_.begin(), members_.end(),
+                                                 [](const Member& member) { return !member.weak.expired(); }));
+    }
 
 private:
     struct Member {
