@@ -14,10 +14,13 @@
 // Not installed: applications include ZMChatRoomClient.h only.
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <Platform/ZMUTF16.h>
 #include <VemoIMLibCore/ZMFwLog.h>
@@ -30,6 +33,40 @@
 // The tag of every diagnostic line the client writes, whichever of its files
 // writes it: the base name of the client's main source file.
 extern const std::string_view ZMChatRoomClientLogTag;
+
+// Status announcements on their way to the notify queue. Announcements are
+// delivered by delivery tasks on that queue, each delivering one batch: an
+// announcement joins the batch of the last delivery task queued while no
+// other task has been queued on the notify queue after it, and queues a
+// delivery task of its own otherwise. So a burst of announcements costs one
+// task and one wake-up of the queue, and every announcement is still
+// delivered after each task queued on the notify queue before it was issued,
+// and before each task queued after it.
+struct ZMChatRoomClient::StatusAnnouncements {
+    struct Announcement {
+        std::string chatroomId;
+        std::shared_ptr<ZMJoinChatRoomResponse> response;
+        int64_t status = 0;
+        int32_t errorCode = 0;
+    };
+
+    std::mutex lock;
+    // Issued, in order, not yet taken by their delivery task (under lock).
+    std::vector<Announcement> issued;
+    // Where each queued delivery task's batch ends in issued, in queue
+    // order (under lock).
+    std::vector<size_t> batchEnds;
+    // The notify queue's index of the last delivery task queued, while that
+    // task has not taken its batch yet (under lock).
+    std::optional<uint64_t> openBatchTask;
+    // The notify queue's own: the announcements being delivered and the
+    // status observers taken for them, and which of them the announcement
+    // being delivered reaches. All keep their capacity from one delivery to
+    // the next.
+    std::vector<Announcement> delivering;
+    std::vector<std::shared_ptr<ZMChatRoomStatusDelegate>> observers;
+    std::vector<bool> reached;
+};
 
 namespace zm_client {
 

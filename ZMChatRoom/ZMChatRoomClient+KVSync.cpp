@@ -14,9 +14,30 @@ using namespace zm_client;
 
 namespace {
 
-std::vector<std::shared_ptr<ZMChatRoomKVStatusChangeDelegate>> kvObservers() {
-    return ZMChatRoomListenerManager::sharedManager().allChatRoomKVStatusChangeDelegates();
+// The KV observers registered now, kept alive for one delivery.
+using KVObservers = ZMLiveObservers<ZMChatRoomKVStatusChangeDelegate>;
+
+ZMObserverSnapshot<ZMChatRoomKVStatusChangeDelegate> kvObservers() {
+    return ZMChatRoomListenerManager::sharedManager().chatRoomKVStatusChangeDelegateSnapshot();
 }
+
+// The delivery line's JSON text of one event's entries, rendered for the
+// first observer that receives them and reused for the others (it is the
+// same text). An empty text is no text: rendering failed or found nothing to
+// write, so it is rendered again each time, as often as it was asked for,
+// with whatever lines the rendering writes each time.
+class DeliveryText {
+public:
+    explicit DeliveryText(const ZMValue& entries) : entries_(entries) {}
+    const std::string& text() {
+        if (text_.empty()) text_ = ZMChatRoomUtil::stringFromDict(entries_);
+        return text_;
+    }
+
+private:
+    const ZMValue& entries_;
+    std::string text_;
+};
 
 }  // namespace
 
@@ -27,7 +48,7 @@ void ZMChatRoomClient::chatRoomKVStatusFirstChange(const std::string& chatroomId
         filter->chatRoomKVStatusDidSync(chatroomId);
     }
     logger().write(ZMLogLevelOperation, ZMLogTypeOperation, ZM_L_SYNC_CHATROOM_KV_O, "room_id:%@", chatroomId);
-    for (const auto& observer : kvObservers()) {
+    for (const auto& observer : KVObservers(kvObservers())) {
         if (ZMDelegateImplements(*observer, &ZMChatRoomKVStatusChangeDelegate::chatRoomKVDidSync)) {
             observer->chatRoomKVDidSync(chatroomId);
         }
@@ -48,7 +69,7 @@ void ZMChatRoomClient::chatRoomKVStatusFirstChange(const std::string& chatroomId
             logger().write(ZMLogLevelOperation, ZMLogTypeOperation, ZM_L_UPDATE_CHATROOM_KV_O,
                            "room_id:%@,count:%@,kv:%@", chatroomId, entryCount(entries), entries);
             if (entryCount(entries) == 0) return;
-            for (const auto& observer : kvObservers()) {
+            for (const auto& observer : KVObservers(kvObservers())) {
                 if (ZMDelegateImplements(*observer, &ZMChatRoomKVStatusChangeDelegate::chatRoomKVDidUpdate)) {
                     observer->chatRoomKVDidUpdate(chatroomId, entries);
                 }
@@ -74,17 +95,17 @@ void ZMChatRoomClient::kvChangeBlock(const std::string& chatroomId, const ZMValu
     // the event. Every observer receives the same dictionary object.
     const size_t updateCount = entryCount(updated);
     const size_t removeCount = entryCount(removed);
-    for (const auto& observer : kvObservers()) {
+    DeliveryText updatedText(updated);
+    DeliveryText removedText(removed);
+    for (const auto& observer : KVObservers(kvObservers())) {
         if (updateCount > 0 && ZMDelegateImplements(*observer, &ZMChatRoomKVStatusChangeDelegate::chatRoomKVDidUpdate)) {
             logger().write(ZMLogLevelOperation, ZMLogTypeOperation, ZM_L_UPDATE_CHATROOM_KV_O,
-                           "room_id:%@,count:%@,kv:%@", chatroomId, updateCount,
-                           ZMChatRoomUtil::stringFromDict(updated));
+                           "room_id:%@,count:%@,kv:%@", chatroomId, updateCount, updatedText.text());
             observer->chatRoomKVDidUpdate(chatroomId, updated);
         }
         if (removeCount > 0 && ZMDelegateImplements(*observer, &ZMChatRoomKVStatusChangeDelegate::chatRoomKVDidRemove)) {
             logger().write(ZMLogLevelOperation, ZMLogTypeOperation, ZM_L_REMOVE_CHATROOM_KV_O,
-                           "room_id:%@,count:%@,kv:%@", chatroomId, removeCount,
-                           ZMChatRoomUtil::stringFromDict(removed));
+                           "room_id:%@,count:%@,kv:%@", chatroomId, removeCount, removedText.text());
             observer->chatRoomKVDidRemove(chatroomId, removed);
         }
     }

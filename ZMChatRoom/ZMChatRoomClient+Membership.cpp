@@ -30,26 +30,80 @@ bool isFinalJoinFailure(int32_t code) {
 
 int32_t clampMessageCount(int32_t messageCount) { return messageCount < 0 ? -1 : messageCount; }
 
+// Cached entries whose status awaits a rejoin (see ZMCacheChatRoomStatus).
+std::atomic<int64_t> gAwaitingRejoin{0};
+
 }  // namespace
+
+// ---- Cache entry status and the count of rooms awaiting a rejoin -----------------
+
+template <class Change>
+void ZMCacheChatRoomStatus::update(Change change) noexcept {
+    uint64_t old = word_.load(std::memory_order_acquire);
+    for (;;) {
+        const uint64_t word = change(old);
+        const bool counted = (old & kCachedBit) != 0 && awaitsRejoin(statusOf(old));
+        const bool counts = (word & kCachedBit) != 0 && awaitsRejoin(statusOf(word));
+        // Raised before the change can be seen, lowered after: never below the truth.
+        if (counts && !counted) gAwaitingRejoin.fetch_add(1, std::memory_order_acq_rel);
+        if (word_.compare_exchange_weak(old, word, std::memory_order_acq_rel, std::memory_order_acquire)) {
+            if (counted && !counts) gAwaitingRejoin.fetch_sub(1, std::memory_order_acq_rel);
+            return;
+        }
+        if (counts && !counted) gAwaitingRejoin.fetch_sub(1, std::memory_order_acq_rel);  // retried from the new word
+    }
+}
+
+void ZMCacheChatRoomStatus::store(int64_t status) noexcept {
+    update([status](uint64_t word) { return wordOf(status, word & kCachedBit); });
+}
+
+void ZMCacheChatRoomStatus::enterCache() noexcept {
+    update([](uint64_t word) { return word | kCachedBit; });
+}
+
+void ZMCacheChatRoomStatus::leaveCache() noexcept {
+    update([](uint64_t word) { return word & ~kCachedBit; });
+}
+
+int64_t ZMCacheChatRoomStatus::awaitingRejoinCount() noexcept {
+    return gAwaitingRejoin.load(std::memory_order_acquire);
+}
+
+// Every entry enters the cache and leaves it through these, so that the
+// entries in the cache are exactly those marked in it (marked before they are
+// added, unmarked after they were removed).
+void ZMChatRoomClient::cacheRoom(const std::string& chatroomId, const std::shared_ptr<ZMCacheChatRoomInfo>& entry) {
+    entry->status.enterCache();
+    if (auto replaced = cacheChatRoomDict().exchangeObject(entry, chatroomId)) {
+        if (*replaced && *replaced != entry) (*replaced)->status.leaveCache();
+    }
+}
+
+void ZMChatRoomClient::uncacheRoom(const std::string& chatroomId) {
+    if (auto removed = cacheChatRoomDict().takeObjectForKey(chatroomId)) {
+        if (*removed) (*removed)->status.leaveCache();
+    }
+}
+
+void ZMChatRoomClient::uncacheAllRooms() {
+    for (const auto& removed : cacheChatRoomDict().takeAllObjects()) {
+        if (removed) removed->status.leaveCache();
+    }
+}
 
 // ---- Join and quit -------------------------------------------------------------
 
 void ZMChatRoomClient::joinChatRoom(const ZMValue& chatroomId, int32_t messageCount, ZMSuccessBlock success,
                                     ZMErrorBlock error) {
-    p_joinChatRoom(chatroomId, messageCount, ZMChatRoomJoinModeDefault, false,
-                   [success = std::move(success)](const std::shared_ptr<ZMJoinChatRoomResponse>&) {
-                       if (success) success();
-                   },
-                   std::move(error));
+    joinRoom(chatroomId, messageCount, ZMChatRoomJoinModeDefault, false, std::move(success), ZMJoinSuccessBlock{},
+             std::move(error));
 }
 
 void ZMChatRoomClient::joinExistChatRoom(const ZMValue& chatroomId, int32_t messageCount, ZMSuccessBlock success,
                                          ZMErrorBlock error) {
-    p_joinChatRoom(chatroomId, messageCount, ZMChatRoomJoinModeDefault, true,
-                   [success = std::move(success)](const std::shared_ptr<ZMJoinChatRoomResponse>&) {
-                       if (success) success();
-                   },
-                   std::move(error));
+    joinRoom(chatroomId, messageCount, ZMChatRoomJoinModeDefault, true, std::move(success), ZMJoinSuccessBlock{},
+             std::move(error));
 }
 
 void ZMChatRoomClient::joinExistChatRoom(const ZMValue& chatroomId, int32_t messageCount,
@@ -60,6 +114,11 @@ void ZMChatRoomClient::joinExistChatRoom(const ZMValue& chatroomId, int32_t mess
 
 void ZMChatRoomClient::p_joinChatRoom(const ZMValue& chatroomId, int32_t messageCount, int32_t joinMode,
                                       bool isExist, ZMJoinSuccessBlock success, ZMErrorBlock error) {
+    joinRoom(chatroomId, messageCount, joinMode, isExist, ZMSuccessBlock{}, std::move(success), std::move(error));
+}
+
+void ZMChatRoomClient::joinRoom(const ZMValue& chatroomId, int32_t messageCount, int32_t joinMode, bool isExist,
+                                ZMSuccessBlock plainSuccess, ZMJoinSuccessBlock success, ZMErrorBlock error) {
     logger().write(ZMLogLevelOperation, ZMLogTypeOperation, ZM_A_JION_CHATROOM_T,
                    "room_id:%@,existed:%@,count:%@,joinMode:%@", chatroomId, isExist, messageCount, joinMode);
     if (!isValidTargetId(chatroomId)) {
@@ -75,18 +134,24 @@ void ZMChatRoomClient::p_joinChatRoom(const ZMValue& chatroomId, int32_t message
         if (error) error(ZMErrorInvalidJoinMode);
         return;
     }
-    const std::string roomId = chatroomId.get<std::string>();
+    std::string roomId = chatroomId.get<std::string>();
     // A room with no flag yet counts as not synchronised; a known flag stays.
-    if (!syncKVChatRoomDict().objectForKey(roomId)) syncKVChatRoomDict().setObject(false, roomId);
+    syncKVChatRoomDict().setObjectIfAbsent(false, roomId);
     const int32_t count = clampMessageCount(messageCount);
+    if (plainSuccess) {
+        // Accepted: a success callback without the response receives none.
+        success = [plainSuccess = std::move(plainSuccess)](const std::shared_ptr<ZMJoinChatRoomResponse>&) {
+            plainSuccess();
+        };
+    }
 
-    performOperationQueueBlock([this, roomId, count, joinMode, isExist, success = std::move(success),
-                                error = std::move(error)] {
+    performOperationQueueBlock([this, roomId = std::move(roomId), count, joinMode, isExist,
+                                success = std::move(success), error = std::move(error)]() mutable {
         startChatRoomRejoinTimer();
         auto navi = naviData();
         if (!(navi && navi->isMutliChatroomEnabled())) {
             // One room per user: the other rooms are forgotten silently.
-            cacheChatRoomDict().removeAllObjects();
+            uncacheAllRooms();
         }
         if (!cacheEntry(*this, roomId)) {
             // A fresh entry starts without stale local messages or KV entries.
@@ -98,16 +163,18 @@ void ZMChatRoomClient::p_joinChatRoom(const ZMValue& chatroomId, int32_t message
         entry->joinExistOnly = isExist;
         entry->status = ZMChatRoomStatusJoining;
         entry->joinMode = joinMode;
-        cacheChatRoomDict().setObject(entry, roomId);
+        cacheRoom(roomId, entry);
         notifyChatRoomStatus(roomId, ZMChatRoomStatusJoining, 0);
 
-        auto resultBlock = [this, roomId, success, error](int32_t code, const ZMValue& result) {
+        // The task runs once: what it captured moves on into the core's callback.
+        auto resultBlock = [this, roomId, success = std::move(success), error = std::move(error)](
+                               int32_t code, const ZMValue& result) {
             handleJoinResult(ZM_A_JION_CHATROOM_R, roomId, code, result, success, error);
         };
         if (isExist) {
-            chatRoomService().joinExistingChatroom(roomId, count, false, joinMode, resultBlock);
+            chatRoomService().joinExistingChatroom(roomId, count, false, joinMode, std::move(resultBlock));
         } else {
-            chatRoomService().joinChatroom(roomId, count, false, joinMode, resultBlock);
+            chatRoomService().joinChatroom(roomId, count, false, joinMode, std::move(resultBlock));
         }
     });
 }
@@ -147,7 +214,7 @@ void ZMChatRoomClient::joinChatRoomSuccess(const std::string& chatroomId,
 
 void ZMChatRoomClient::joinChatRoomError(const std::string& chatroomId, int32_t code) {
     if (isFinalJoinFailure(code)) {
-        cacheChatRoomDict().removeObjectForKey(chatroomId);
+        uncacheRoom(chatroomId);
         if (cacheChatRoomDict().count() == 0) stopChatRoomRejoinTimer();
     } else if (auto entry = cacheEntry(*this, chatroomId)) {
         entry->status = ZMChatRoomStatusJoinFailed;  // the rejoin timer retries it
@@ -178,7 +245,7 @@ void ZMChatRoomClient::quitChatRoom(const ZMValue& chatroomId, ZMSuccessBlock su
     const std::string roomId = chatroomId.get<std::string>();
     performOperationQueueBlock([this, roomId, success = std::move(success), error = std::move(error)] {
         syncKVChatRoomDict().removeObjectForKey(roomId);
-        cacheChatRoomDict().removeObjectForKey(roomId);
+        uncacheRoom(roomId);
         if (cacheChatRoomDict().count() == 0) stopChatRoomRejoinTimer();
         // Announced before the server answers, whatever it answers.
         notifyChatRoomStatus(roomId, ZMChatRoomStatusQuited, 0);
@@ -201,22 +268,20 @@ void ZMChatRoomClient::quitChatRoom(const ZMValue& chatroomId, ZMSuccessBlock su
 void ZMChatRoomClient::rejoinCacheChatRoom() {
     if (ZMCoreClient::sharedCoreClient().getConnectionStatus() != 0) return;
     if (cacheChatRoomDict().count() == 0) return;
-    for (const auto& roomId : cacheChatRoomDict().allKeys()) {
-        // Looked up again: the entry may have changed or vanished since the
-        // snapshot. A vanished entry reads as status 0 and is rejoined with
-        // the defaults.
-        auto entry = cacheEntry(*this, roomId);
-        const int64_t status = entry ? entry->status.load() : 0;
-        if (status == ZMChatRoomStatusJoining || status == ZMChatRoomStatusJoined || status == ZMChatRoomStatusReset) {
-            continue;
-        }
-        p_rejoinChatRoom(roomId, entry ? entry->joinExistOnly.load() : false, entry ? entry->messageCount.load() : 0,
-                         nullptr, nullptr);
+    // The rejoin timer calls this every 2 seconds while rooms are cached;
+    // when none of them awaits a rejoin there is nothing to walk.
+    if (ZMCacheChatRoomStatus::awaitingRejoinCount() == 0) return;
+    // One pass over a snapshot of the entries, in key order; each entry's
+    // status and arguments are read as they are now.
+    for (const auto& [roomId, entry] : cacheChatRoomDict().allEntries()) {
+        if (!entry || !ZMCacheChatRoomStatus::awaitsRejoin(entry->status.load())) continue;
+        p_rejoinChatRoom(roomId, entry->joinExistOnly.load(), entry->messageCount.load(), nullptr, nullptr, entry);
     }
 }
 
 void ZMChatRoomClient::p_rejoinChatRoom(const std::string& chatroomId, bool existOnly, int32_t messageCount,
-                                        ZMJoinSuccessBlock success, ZMErrorBlock error) {
+                                        ZMJoinSuccessBlock success, ZMErrorBlock error,
+                                        std::shared_ptr<ZMCacheChatRoomInfo> sweptEntry) {
     logger().write(ZMLogLevelOperation, ZMLogTypeRejoinStart, ZM_L_REJION_CHATROOM_T, "room_id:%@,existed:%@,count:%@",
                    chatroomId, existOnly, messageCount);
     if (chatroomId.empty()) {
@@ -227,20 +292,27 @@ void ZMChatRoomClient::p_rejoinChatRoom(const std::string& chatroomId, bool exis
     }
     const int32_t count = clampMessageCount(messageCount);
     performOperationQueueBlock([this, chatroomId, existOnly, count, success = std::move(success),
-                                error = std::move(error)] {
+                                error = std::move(error), sweptEntry = std::move(sweptEntry)]() mutable {
         int32_t joinMode = ZMChatRoomJoinModeDefault;
-        if (auto entry = cacheEntry(*this, chatroomId)) {
+        // The room's entry as it is now: the swept one while it is still in
+        // the cache (an entry is cached under one room only), else whatever
+        // the cache holds for the room now.
+        auto entry = sweptEntry && sweptEntry->status.isCached() ? std::move(sweptEntry) : cacheEntry(*this, chatroomId);
+        if (entry) {
             entry->status = ZMChatRoomStatusJoining;
             joinMode = entry->joinMode;
         }
+        entry.reset();
         notifyChatRoomStatus(chatroomId, ZMChatRoomStatusJoining, 0);
-        auto resultBlock = [this, chatroomId, success, error](int32_t code, const ZMValue& result) {
+        // The task runs once: what it captured moves on into the core's callback.
+        auto resultBlock = [this, chatroomId, success = std::move(success), error = std::move(error)](
+                               int32_t code, const ZMValue& result) {
             handleJoinResult(ZM_L_REJION_CHATROOM_R, chatroomId, code, result, success, error);
         };
         if (existOnly) {
-            chatRoomService().joinExistingChatroom(chatroomId, count, true, joinMode, resultBlock);
+            chatRoomService().joinExistingChatroom(chatroomId, count, true, joinMode, std::move(resultBlock));
         } else {
-            chatRoomService().joinChatroom(chatroomId, count, true, joinMode, resultBlock);
+            chatRoomService().joinChatroom(chatroomId, count, true, joinMode, std::move(resultBlock));
         }
     });
 }
@@ -264,13 +336,14 @@ void ZMChatRoomClient::stopChatRoomRejoinTimer() {
 }
 
 void ZMChatRoomClient::resetCacheChatRoomForFailed() {
-    for (const auto& roomId : cacheChatRoomDict().allKeys()) {
-        if (auto entry = cacheEntry(*this, roomId)) entry->status = ZMChatRoomStatusJoinFailed;
+    // One pass over a snapshot of the entries, in key order.
+    for (const auto& [roomId, entry] : cacheChatRoomDict().allEntries()) {
+        if (entry) entry->status = ZMChatRoomStatusJoinFailed;
         notifyChatRoomStatus(roomId, ZMChatRoomStatusJoinFailed, ZMErrorConnectionLost);
     }
 }
 
 void ZMChatRoomClient::clearChatRoom() {
-    cacheChatRoomDict().removeAllObjects();
+    uncacheAllRooms();
     syncKVChatRoomDict().removeAllObjects();
 }

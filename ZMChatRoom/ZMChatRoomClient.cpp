@@ -25,7 +25,8 @@ ZMChatRoomClient& ZMChatRoomClient::sharedChatRoomClient() {
 ZMChatRoomClient::ZMChatRoomClient()
     : cacheChatRoomDict_(std::make_unique<ZMTSMutableDictionary<std::shared_ptr<ZMCacheChatRoomInfo>>>()),
       zm_chatroom_operation_queue_(std::make_unique<ZMSerialQueue>("zm_chatroom_operation_queue")),
-      zm__notify_chatroom_status_queue_(std::make_unique<ZMSerialQueue>("com.vemo.imlib.chatRoomStatusNotifyQueue")) {
+      zm__notify_chatroom_status_queue_(std::make_unique<ZMSerialQueue>("com.vemo.imlib.chatRoomStatusNotifyQueue")),
+      statusAnnouncements_(std::make_unique<StatusAnnouncements>()) {
     zm_chatroom_operation_queue_->setSpecific(&__zm_chatroom_operation_queueTag, &__zm_chatroom_operation_queueTag);
 }
 
@@ -39,7 +40,9 @@ ZMTSMutableDictionary<bool>& ZMChatRoomClient::syncKVChatRoomDict() {
 }
 
 void ZMChatRoomClient::performOperationQueueBlock(ZMOperationBlock operation) {
-    if (ZMSerialQueue::getSpecific(&__zm_chatroom_operation_queueTag)) {
+    // Only the operation queue carries the tag, so a thread that runs none of
+    // its tasks needs no look-up.
+    if (zm_chatroom_operation_queue_->isCurrent() && ZMSerialQueue::getSpecific(&__zm_chatroom_operation_queueTag)) {
         // Already on the operation queue: queueing would wait behind ourselves.
         operation();
     } else {
@@ -62,7 +65,7 @@ void ZMChatRoomClient::setChatroomListener() {
         },
         [this](const std::string& chatroomId, int32_t type) {
             notifyChatRoomStatus(chatroomId, ZMChatRoomStatusDestroyed, type);
-            cacheChatRoomDict().removeObjectForKey(chatroomId);
+            uncacheRoom(chatroomId);
             if (cacheChatRoomDict().count() == 0) stopChatRoomRejoinTimer();
             syncKVChatRoomDict().removeObjectForKey(chatroomId);
         });

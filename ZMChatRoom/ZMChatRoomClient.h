@@ -163,6 +163,8 @@ public:
 
     // ---- State ----------------------------------------------------------------
     // Room id -> cache entry of the rooms the user is in or wants to be in.
+    // Read it freely; the client's operations alone add and remove entries
+    // (they keep the count of rooms awaiting a rejoin, see ZMCacheChatRoomInfo.h).
     ZMTSMutableDictionary<std::shared_ptr<ZMCacheChatRoomInfo>>& cacheChatRoomDict() { return *cacheChatRoomDict_; }
     // Room id -> whether the room's KV entries finished their first sync.
     ZMTSMutableDictionary<bool>& syncKVChatRoomDict();
@@ -200,12 +202,26 @@ private:
 
     void p_joinChatRoom(const ZMValue& chatroomId, int32_t messageCount, int32_t joinMode, bool isExist,
                         ZMJoinSuccessBlock success, ZMErrorBlock error);
+    // p_joinChatRoom with either kind of success callback (the one not used
+    // is empty): a plain one is wrapped into a response callback only once
+    // the join is accepted, so that a refused join allocates nothing for it.
+    void joinRoom(const ZMValue& chatroomId, int32_t messageCount, int32_t joinMode, bool isExist,
+                  ZMSuccessBlock plainSuccess, ZMJoinSuccessBlock success, ZMErrorBlock error);
     void joinChatRoomSuccess(const std::string& chatroomId, const std::shared_ptr<ZMJoinChatRoomResponse>& response,
                              int32_t code);
     void joinChatRoomError(const std::string& chatroomId, int32_t code);
     void detectNaviIfNeedByChatroom(int64_t code);
+    // sweptEntry: the room's cache entry as a sweep found it, if any (saves
+    // looking the room up again while that entry is still cached).
     void p_rejoinChatRoom(const std::string& chatroomId, bool existOnly, int32_t messageCount,
-                          ZMJoinSuccessBlock success, ZMErrorBlock error);
+                          ZMJoinSuccessBlock success, ZMErrorBlock error,
+                          std::shared_ptr<ZMCacheChatRoomInfo> sweptEntry = nullptr);
+    // The only ways entries enter and leave the membership cache: they keep
+    // each entry's in-cache mark, and with it the count of cached rooms that
+    // await a rejoin (see ZMCacheChatRoomStatus).
+    void cacheRoom(const std::string& chatroomId, const std::shared_ptr<ZMCacheChatRoomInfo>& entry);
+    void uncacheRoom(const std::string& chatroomId);
+    void uncacheAllRooms();
     // The answer to a join or a rejoin (they differ only in their result tag).
     void handleJoinResult(const char* resultTag, const std::string& chatroomId, int32_t code,
                           const ZMValue& result, const ZMJoinSuccessBlock& success, const ZMErrorBlock& error);
@@ -217,4 +233,9 @@ private:
     std::atomic<ZMTSMutableDictionary<bool>*> syncKVChatRoomDict_{nullptr};
     std::unique_ptr<ZMSerialQueue> zm_chatroom_operation_queue_;
     std::unique_ptr<ZMSerialQueue> zm__notify_chatroom_status_queue_;
+
+    // Announcements issued and not yet delivered (ZMChatRoomClient+StatusNotification.cpp).
+    struct StatusAnnouncements;
+    std::unique_ptr<StatusAnnouncements> statusAnnouncements_;
+    void deliverStatusAnnouncements();
 };

@@ -10,6 +10,7 @@
 #include <ZMChatRoom/Models/ZMChatRoomMemberActionModel.h>
 #include <ZMChatRoom/Utility/ZMChatRoomUtil.h>
 #include <ZMChatRoom/ZMChatRoomClient.h>
+#include <ZMChatRoom/ZMChatRoomListenerManager.h>
 #include <ZMChatRoom/ZMChatRoomLogCommonTag.h>
 #include <ZMChatRoom/ZMDelegateImplements.h>
 
@@ -66,16 +67,18 @@ bool ZMChatRoomExtensionModule::didHoldReceivedMessage(const std::shared_ptr<ZMM
                                                        bool /*isOffline*/) {
     // Offline and online messages are routed alike.
     if (!message) return false;
-    if (std::dynamic_pointer_cast<ZMChatRoomMemberActionMessage>(message->content)) {
-        p_didReceiveMemberChangeMessage(message);
+    // Held for the delivery: the message is the core's, which may change it meanwhile.
+    const std::shared_ptr<ZMMessageContent> held = message->content;
+    if (const auto* memberChange = dynamic_cast<const ZMChatRoomMemberActionMessage*>(held.get())) {
+        p_didReceiveMemberChangeMessage(message, *memberChange);
         return true;
     }
     return p_checkHandleNotifyEventMessage(message);
 }
 
-void ZMChatRoomExtensionModule::p_didReceiveMemberChangeMessage(const std::shared_ptr<ZMMessage>& message) {
-    auto content = std::dynamic_pointer_cast<ZMChatRoomMemberActionMessage>(message->content);
-    if (!content) return;
+void ZMChatRoomExtensionModule::p_didReceiveMemberChangeMessage(const std::shared_ptr<ZMMessage>& message,
+                                                                const ZMChatRoomMemberActionMessage& memberChange) {
+    const auto* content = &memberChange;
     auto delegate = ZMChatRoomClient::sharedChatRoomClient().memberDelegate();
     if (!delegate) return;
 
@@ -98,7 +101,8 @@ bool ZMChatRoomExtensionModule::p_checkHandleNotifyEventMessage(const std::share
     // The snapshot is taken before the class tests, for every message that
     // gets here; observers are called outside the registry's lock, so one may
     // add or remove observers from its callback without changing this walk.
-    const auto delegates = ZMChatRoomClient::sharedChatRoomClient().allChatRoomNotifyEventDelegates();
+    const ZMLiveObservers<ZMChatRoomNotifyEventDelegate> delegates(
+        ZMChatRoomListenerManager::sharedManager().chatRoomNotifyEventDelegateSnapshot());
     const auto& content = message->content;
 
     // Each observer that implements the callback gets an event of its own, so

@@ -7,6 +7,8 @@
 
 #include <VemoIMLibCore/VemoIMLibExtensionModule.h>
 
+class ZMChatRoomMemberActionMessage;
+
 // The object through which the core library knows the chat-room module.
 // Loading it registers the five chat-room message types and wires the
 // client to the core; afterwards it routes received messages and connection
@@ -34,7 +36,8 @@ public:
 private:
     ZMChatRoomExtensionModule() = default;
 
-    void p_didReceiveMemberChangeMessage(const std::shared_ptr<ZMMessage>& message);
+    void p_didReceiveMemberChangeMessage(const std::shared_ptr<ZMMessage>& message,
+                                         const ZMChatRoomMemberActionMessage& memberChange);
     bool p_checkHandleNotifyEventMessage(const std::shared_ptr<ZMMessage>& message);
 
     std::vector<ZMMessageClass> chatRoomMessageTypeList_;

@@ -3,26 +3,54 @@
 #include <VemoIMLibCore/ZMDictionaryReaders.h>
 #include <ZMChatRoom/Messages/ZMChatRoomMessageCodec.h>
 
+namespace {
+
+const std::string kUserListKey = "userList";
+const std::string kUserIdKey = "userId";
+const std::string kStatusKey = "status";
+const std::string kMemberCountKey = "memberCount";
+
+// The array under key of a parsed payload, read where it is (what
+// zmlib_arrayForKey answers, without copying it): null when there is none.
+const ZMValue* arrayInPlace(const ZMValue& dict, const std::string& key) {
+    if (!dict.is_object()) return nullptr;
+    const auto found = dict.find(key);
+    return found != dict.end() && found->is_array() ? &*found : nullptr;
+}
+
+// One action per object of the user list, in order (anything else in the
+// list describes no member and is skipped). The actions share one
+// allocation: each is a shared pointer into the block, which lives while any
+// of them does.
+std::vector<std::shared_ptr<ZMChatRoomMemberAction>> actionsOfUsers(const ZMValue& users) {
+    size_t count = 0;
+    for (const ZMValue& user : users) count += user.is_object() ? 1 : 0;
+    std::vector<std::shared_ptr<ZMChatRoomMemberAction>> actions;
+    if (count == 0) return actions;
+    actions.reserve(count);
+    auto block = std::make_shared<ZMChatRoomMemberAction[]>(count);
+    size_t next = 0;
+    for (const ZMValue& user : users) {
+        if (!user.is_object()) continue;
+        ZMChatRoomMemberAction& action = block[next++];
+        action.memberId = zmlib_stringForKey(user, kUserIdKey);
+        action.action = zmlib_integerForKey(user, kStatusKey);
+        actions.emplace_back(block, &action);
+    }
+    return actions;
+}
+
+}  // namespace
+
 void ZMChatRoomMemberActionMessage::decodeWithData(const ZMData& data) {
     // Not a JSON object: the bytes are kept raw and the fields stay as they are.
     std::optional<ZMValue> dict = ZMChatRoomMessageCodec::decodedPayload(*this, data);
     if (!dict) return;
 
-    std::vector<std::shared_ptr<ZMChatRoomMemberAction>> actions;
-    const ZMValue users = zmlib_arrayForKey(*dict, "userList");
-    if (users.is_array()) {
-        actions.reserve(users.size());
-        for (const ZMValue& user : users) {
-            // Only objects describe a member; anything else is skipped.
-            if (!user.is_object()) continue;
-            auto action = std::make_shared<ZMChatRoomMemberAction>();
-            action->memberId = zmlib_stringForKey(user, "userId");
-            action->action = zmlib_integerForKey(user, "status");
-            actions.push_back(std::move(action));
-        }
-    }
-    userList = std::move(actions);
-    memberCount = zmlib_unsignedIntegerForKey(*dict, "memberCount");
+    // The user list is read in place from the parsed payload.
+    const ZMValue* users = arrayInPlace(*dict, kUserListKey);
+    userList = users ? actionsOfUsers(*users) : std::vector<std::shared_ptr<ZMChatRoomMemberAction>>{};
+    memberCount = zmlib_unsignedIntegerForKey(*dict, kMemberCountKey);
 }
 
 std::optional<ZMData> ZMChatRoomMemberActionMessage::encode() const {

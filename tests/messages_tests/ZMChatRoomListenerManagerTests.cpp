@@ -97,3 +97,88 @@ TEST(ListenerManagerTest, ConcurrentUseKeepsTheSetsConsistent) {
 }
 
 }  // namespace
+
+namespace {
+
+// Deliveries share one immutable snapshot until the registrations change;
+// registering and removing only drop it (they cost the same however many
+// observers are registered), and the next snapshot is built afresh.
+TEST(ListenerManagerTest, SnapshotsAreSharedUntilTheRegistrationsChange) {
+    const auto generationAtStart = manager().chatRoomStatusDelegateGeneration();
+    auto a = StatusKind::make(), b = StatusKind::make();
+    StatusKind::add(a);
+    StatusKind::add(b);
+    EXPECT_EQ(manager().chatRoomStatusDelegateGeneration(), generationAtStart + 2);
+    const auto first = manager().chatRoomStatusDelegateSnapshot();
+    EXPECT_EQ(manager().chatRoomStatusDelegateSnapshot(), first);  // the same object
+    ASSERT_EQ(first->size(), 2u);
+    EXPECT_EQ((*first)[0].lock(), a);
+    EXPECT_EQ((*first)[1].lock(), b);
+
+    StatusKind::add(a);  // already registered: nothing changes
+    EXPECT_EQ(manager().chatRoomStatusDelegateSnapshot(), first);
+    EXPECT_EQ(manager().chatRoomStatusDelegateGeneration(), generationAtStart + 2);
+
+    // A snapshot holds its observers weakly: one destroyed since reads as gone.
+    b.reset();
+    EXPECT_TRUE((*first)[1].expired());
+    EXPECT_EQ(manager().chatRoomStatusDelegateSnapshot(), first);
+
+    auto c = StatusKind::make();
+    StatusKind::add(c);
+    const auto second = manager().chatRoomStatusDelegateSnapshot();
+    EXPECT_NE(second, first);
+    ASSERT_EQ(second->size(), 2u);  // a and c; b has died
+    EXPECT_EQ((*second)[0].lock(), a);
+    EXPECT_EQ((*second)[1].lock(), c);
+    EXPECT_EQ(first->size(), 2u);  // an earlier snapshot never changes
+
+    StatusKind::remove(a);
+    EXPECT_EQ(manager().chatRoomStatusDelegateGeneration(), generationAtStart + 4);
+    const auto third = manager().chatRoomStatusDelegateSnapshot();
+    ASSERT_EQ(third->size(), 1u);
+    EXPECT_EQ((*third)[0].lock(), c);
+    EXPECT_EQ(StatusKind::all(), decltype(StatusKind::all()){c});
+
+    // The other kinds keep snapshots of their own.
+    auto kv = KVKind::make();
+    KVKind::add(kv);
+    EXPECT_EQ(manager().chatRoomStatusDelegateSnapshot(), third);
+    EXPECT_EQ(manager().chatRoomKVStatusChangeDelegateSnapshot()->size(), 1u);
+    EXPECT_TRUE(manager().chatRoomNotifyEventDelegateSnapshot()->empty());
+    StatusKind::remove(c);
+    KVKind::remove(kv);
+}
+
+// The live observers of a snapshot, kept alive for one walk, in order, in
+// place up to eight and beyond that on the heap.
+TEST(ListenerManagerTest, LiveObserversKeepTheLiveOnesOfASnapshotInOrder) {
+    for (size_t registered : {0u, 1u, 8u, 9u, 20u}) {
+        SCOPED_TRACE(registered);
+        std::vector<std::shared_ptr<ZMChatRoomKVStatusChangeDelegate>> observers;
+        for (size_t i = 0; i < registered; ++i) {
+            observers.push_back(KVKind::make());
+            KVKind::add(observers.back());
+        }
+        std::vector<std::shared_ptr<ZMChatRoomKVStatusChangeDelegate>> expected;
+        for (size_t i = 0; i < observers.size(); ++i) {
+            if (i % 3 == 1) {
+                observers[i].reset();  // dead before the walk: left out
+            } else {
+                expected.push_back(observers[i]);
+            }
+        }
+        const ZMLiveObservers<ZMChatRoomKVStatusChangeDelegate> live(manager().chatRoomKVStatusChangeDelegateSnapshot());
+        EXPECT_EQ(std::vector<std::shared_ptr<ZMChatRoomKVStatusChangeDelegate>>(live.begin(), live.end()), expected);
+        EXPECT_EQ(live.size(), expected.size());
+        // Kept alive by the walk: released by everyone else, still there.
+        std::vector<std::weak_ptr<ZMChatRoomKVStatusChangeDelegate>> watched(expected.begin(), expected.end());
+        for (const auto& observer : expected) KVKind::remove(observer);
+        expected.clear();
+        observers.clear();
+        for (const auto& weak : watched) EXPECT_FALSE(weak.expired());
+    }
+    EXPECT_TRUE(KVKind::all().empty());
+}
+
+}  // namespace
