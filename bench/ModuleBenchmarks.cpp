@@ -1,7 +1,6 @@
-// Costs of the module's hot paths: the UTF-16 length every argument check
-// takes, the decoding of the signal messages the core hands in, the JSON text
-// of the KV log lines, the status fan-out to observers, and the KV change
-// delivery and KV refusals, each beside a bare baseline of the same work.
+// Costs of smaller paths of the module: the UTF-16 length every argument
+// check takes, the JSON text of the KV log lines, and the KV change delivery
+// and KV refusals, the last two beside a bare baseline of the same work.
 #include <benchmark/benchmark.h>
 
 #include <atomic>
@@ -10,9 +9,10 @@
 
 #include <CoreEmulator/ZMCoreEmulator.h>
 #include <Platform/ZMUTF16.h>
-#include <ZMChatRoom/Messages/ZMChatRoomMemberActionMessage.h>
 #include <ZMChatRoom/Utility/ZMChatRoomUtil.h>
 #include <ZMChatRoom/ZMChatRoomClient.h>
+
+#include "ZMBenchSupport.h"
 
 // Reaches the client's KV-change callback directly, without the emulator's
 // callback thread in between.
@@ -31,54 +31,21 @@ void BM_UTF16LengthOfRoomId(benchmark::State& state) {
 }
 BENCHMARK(BM_UTF16LengthOfRoomId)->Arg(8)->Arg(64)->Arg(4096);
 
-void BM_DecodeMemberChange(benchmark::State& state) {
-    ZMValue payload = {{"memberCount", 1000}, {"userList", ZMValue::array()}};
-    for (int i = 0; i < state.range(0); ++i) payload["userList"].push_back({{"userId", "user" + std::to_string(i)}, {"status", 1}});
-    const std::string text = payload.dump();
-    const ZMData bytes(text.begin(), text.end());
-    for (auto _ : state) {
-        ZMChatRoomMemberActionMessage message;
-        message.decodeWithData(bytes);
-        benchmark::DoNotOptimize(message.userList.size());
-    }
-}
-BENCHMARK(BM_DecodeMemberChange)->Arg(1)->Arg(50);
-
 void BM_StringFromDict(benchmark::State& state) {
     ZMValue entries = ZMValue::object();
-    for (int i = 0; i < state.range(0); ++i) entries["key" + std::to_string(i)] = std::string(32, 'v');
+    for (int i = 0; i < state.range(0); ++i) {
+        std::string key("key");
+        key += std::to_string(i);
+        entries[key] = std::string(32, 'v');
+    }
     for (auto _ : state) benchmark::DoNotOptimize(ZMChatRoomUtil::stringFromDict(entries));
 }
 BENCHMARK(BM_StringFromDict)->Arg(1)->Arg(10);
 
-// Issue-to-delivery of status announcements to ten observers, measured as
-// throughput: the notify queue is drained once per batch.
-class CountingObserver : public ZMChatRoomStatusDelegate {
-public:
-    void onChatRoomJoining(const std::string&) override { calls.fetch_add(1, std::memory_order_relaxed); }
-    std::atomic<uint64_t> calls{0};
-};
-
-void BM_StatusFanOut(benchmark::State& state) {
-    auto& client = ZMChatRoomClient::sharedChatRoomClient();
-    std::vector<std::shared_ptr<CountingObserver>> observers;
-    for (int i = 0; i < 10; ++i) {
-        observers.push_back(std::make_shared<CountingObserver>());
-        client.addChatRoomStatusDelegate(observers.back());
-    }
-    constexpr int kBatch = 1000;
-    for (auto _ : state) {
-        for (int i = 0; i < kBatch; ++i) client.notifyChatRoomStatus("room", ZMChatRoomStatusJoining, 0);
-        client.zm__notify_chatroom_status_queue().sync([] {});
-    }
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * kBatch);
-    for (const auto& observer : observers) client.removeChatRoomStatusDelegate(observer);
-}
-BENCHMARK(BM_StatusFanOut)->Unit(benchmark::kMillisecond);
-
 // ---- KV change delivery --------------------------------------------------------
 // A pushed change of 100 entries through a filter to 8 observers, against its
-// bare baseline: one copy of the dictionary and 8 virtual calls.
+// bare baseline: one copy of the dictionary, 8 virtual calls and one JSON
+// rendering (the text of the delivery line, which repeats per observer).
 
 class KVCountingObserver : public ZMChatRoomKVStatusChangeDelegate {
 public:
@@ -95,7 +62,13 @@ public:
 
 ZMValue hundredEntries() {
     ZMValue entries = ZMValue::object();
-    for (int i = 0; i < 100; ++i) entries["key" + std::to_string(i)] = "value" + std::to_string(i);
+    for (int i = 0; i < 100; ++i) {
+        std::string key("key");
+        key += std::to_string(i);
+        std::string value("value");
+        value += std::to_string(i);
+        entries[key] = value;
+    }
     return entries;
 }
 
@@ -119,10 +92,12 @@ void BM_KVChangeDelivery(benchmark::State& state) {
     client.setZMChatRoomKVStatusFilterDelegate(filter);
     const ZMValue update = hundredEntries();
     const ZMValue none = ZMValue::object();
+    zmbench::AllocationMeter meter(state);
     for (auto _ : state) {
         ZMChatRoomClientTestPeer::kvChange("room", update, none);
         forgetLinesEvery(state, 256);
     }
+    meter.report();
     for (const auto& observer : observers) client.removeChatRoomKVStatusChangeDelegate(observer);
     client.setZMChatRoomKVStatusFilterDelegate(nullptr);
 }
@@ -132,11 +107,16 @@ void BM_KVChangeDeliveryBaseline(benchmark::State& state) {
     std::vector<std::shared_ptr<ZMChatRoomKVStatusChangeDelegate>> observers;
     for (int i = 0; i < 8; ++i) observers.push_back(std::make_shared<KVCountingObserver>());
     const ZMValue update = hundredEntries();
+    const std::string room = "room";
+    zmbench::AllocationMeter meter(state);
     for (auto _ : state) {
         ZMValue copy = update;
-        for (const auto& observer : observers) observer->chatRoomKVDidUpdate("room", copy);
+        std::string text = copy.dump(2);
+        for (const auto& observer : observers) observer->chatRoomKVDidUpdate(room, copy);
         benchmark::DoNotOptimize(copy);
+        benchmark::DoNotOptimize(text);
     }
+    meter.report();
 }
 BENCHMARK(BM_KVChangeDeliveryBaseline);
 

@@ -1,0 +1,214 @@
+// The membership cache at scale: the reconnect sweep until the core has seen
+// a rejoin request for every cached room (beside a locked map sweep handing
+// as many tasks to a worker), the 2-second timer's sweep when every room is
+// joined, and the module's memory per cached room.
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ZMBenchFixtures.h"
+#include "ZMBenchSupport.h"
+
+namespace {
+
+using namespace zmbench;
+using Clock = std::chrono::steady_clock;
+
+// Counts the join requests the core has seen and wakes a waiter once a
+// target is reached; every request is answered with success.
+struct JoinCounter {
+    std::atomic<uint64_t> seen{0};
+    std::atomic<uint64_t> target{0};
+    std::atomic<bool> reached{false};
+
+    void install() {
+        core().setRule("joinChatroom", [this](const ZMCoreRequest&) -> std::optional<ZMCoreAnswer> {
+            if (seen.fetch_add(1, std::memory_order_acq_rel) + 1 == target.load(std::memory_order_acquire)) {
+                reached.store(true, std::memory_order_release);
+                reached.notify_one();
+            }
+            return ZMCoreAnswer::success();
+        });
+    }
+    void expect(uint64_t more) {
+        reached.store(false, std::memory_order_relaxed);
+        target.store(seen.load(std::memory_order_acquire) + more, std::memory_order_release);
+    }
+    void wait() {
+        while (!reached.load(std::memory_order_acquire)) reached.wait(false, std::memory_order_acquire);
+    }
+};
+
+JoinCounter& joinCounter() {
+    static JoinCounter* const counter = new JoinCounter();
+    return *counter;
+}
+
+// The cache holds exactly `rooms` joined rooms, joined through the public
+// API. Built once per size and kept while benchmarks of that size run; the
+// module's heap per room is measured while it is built.
+struct Population {
+    int64_t rooms = 0;
+    double bytesPerRoom = 0;
+};
+
+Population& population() {
+    static Population current;
+    return current;
+}
+
+void populate(int64_t rooms) {
+    loadedModule();
+    Population& current = population();
+    if (current.rooms == rooms) return;
+    auto& cacheClient = client();
+    joinCounter().install();
+    cacheClient.clearChatRoom();
+    settle();
+    forgetCoreRecords();
+    // The heap is read after the first half of the rooms and after all of
+    // them: the difference is what the second half holds, without what any
+    // number of rooms shares (buffers that keep their capacity, records).
+    auto join = [&](int64_t from, int64_t to) {
+        for (int64_t i = from; i < to; ++i) {
+            cacheClient.joinChatRoom(roomName(i), 10, ZMSuccessBlock{}, ZMErrorBlock{});
+            // Keeps the emulator's records from growing without bound.
+            if (i % 1024 == 1023) {
+                settle();
+                forgetCoreRecords();
+            }
+        }
+        settle();
+        forgetCoreRecords();
+    };
+    joinCounter().expect(static_cast<uint64_t>(rooms));
+    join(0, rooms / 2);
+    const int64_t half = liveHeapBytes();
+    join(rooms / 2, rooms);
+    joinCounter().wait();
+    current.rooms = rooms;
+    current.bytesPerRoom = static_cast<double>(liveHeapBytes() - half) / static_cast<double>(rooms - rooms / 2);
+}
+
+// From connection lost (every room failed) to connected again: the module's
+// reconnect sweep, until the core has seen every room's rejoin request.
+void BM_ReconnectSweep(benchmark::State& state) {
+    const int64_t rooms = state.range(0);
+    populate(rooms);
+    double seconds = 0;
+    for (auto _ : state) {
+        core().setConnectionStatus(1);  // every room failed
+        settle();
+        forgetCoreRecords();
+        joinCounter().expect(static_cast<uint64_t>(rooms));
+        const auto start = Clock::now();
+        core().setConnectionStatus(0);  // the sweep runs on the core's callback thread
+        joinCounter().wait();
+        const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
+        state.SetIterationTime(elapsed);
+        seconds += elapsed;
+        settle();
+        forgetCoreRecords();
+    }
+    if (state.iterations() > 0) {
+        state.counters["us_per_room"] =
+            seconds * 1e6 / static_cast<double>(state.iterations()) / static_cast<double>(rooms);
+    }
+    state.counters["bytes_per_room"] = population().bytesPerRoom;
+}
+BENCHMARK(BM_ReconnectSweep)->Arg(1000)->Arg(10000)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_ReconnectSweep)
+    ->Arg(100000)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1)
+    ->Repetitions(3);
+
+// A locked map of the same rooms, swept once: every room hands a task
+// carrying its id to a worker thread, until the worker has run them all.
+void BM_ReconnectSweepBaseline(benchmark::State& state) {
+    struct Entry {
+        int32_t messageCount = 10;
+        int64_t status = 3;
+    };
+    std::mutex mapMutex;
+    std::map<std::string, Entry> entries;
+    for (int64_t i = 0; i < state.range(0); ++i) entries.emplace(roomName(i), Entry{});
+
+    std::mutex queueMutex;
+    std::condition_variable wake;
+    std::vector<std::function<void()>> tasks;
+    bool stopping = false;
+    std::atomic<uint64_t> ran{0};
+    std::atomic<uint64_t> target{0};
+    std::atomic<bool> reached{false};
+    std::thread worker([&] {
+        std::vector<std::function<void()>> batch;
+        std::unique_lock<std::mutex> lock(queueMutex);
+        for (;;) {
+            wake.wait(lock, [&] { return stopping || !tasks.empty(); });
+            if (tasks.empty()) return;
+            batch.swap(tasks);
+            lock.unlock();
+            for (auto& task : batch) task();
+            batch.clear();
+            lock.lock();
+        }
+    });
+    size_t seenBytes = 0;
+    for (auto _ : state) {
+        reached.store(false);
+        target.store(ran.load() + entries.size());
+        const auto start = Clock::now();
+        {
+            std::lock_guard<std::mutex> lock(mapMutex);
+            for (const auto& item : entries) {
+                if (item.second.status != 3) continue;
+                {
+                    std::lock_guard<std::mutex> queueLock(queueMutex);
+                    tasks.push_back([&, roomId = item.first, count = item.second.messageCount] {
+                        seenBytes += roomId.size() + static_cast<size_t>(count);
+                        if (ran.fetch_add(1) + 1 == target.load()) {
+                            reached.store(true);
+                            reached.notify_one();
+                        }
+                    });
+                }
+                wake.notify_one();
+            }
+        }
+        while (!reached.load()) reached.wait(false);
+        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+    }
+    {
+        std::lock_guard<std::mutex> lock(queueMutex);
+        stopping = true;
+    }
+    wake.notify_one();
+    worker.join();
+    benchmark::DoNotOptimize(seenBytes);
+}
+BENCHMARK(BM_ReconnectSweepBaseline)->Arg(10000)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
+
+// The 2-second rejoin timer firing while every cached room is joined: the
+// main thread's time per firing.
+void BM_TimerSweepAllJoined(benchmark::State& state) {
+    populate(state.range(0));
+    auto& mainQueue = ZMMainQueue::shared();
+    client().startChatRoomRejoinTimer();
+    mainQueue.drain();
+    if (mainQueue.activeTimerCount() == 0) state.SkipWithError("no rejoin timer");
+    const uint64_t joinsBefore = joinCounter().seen.load();
+    for (auto _ : state) mainQueue.advance(2.0);
+    if (joinCounter().seen.load() != joinsBefore) state.SkipWithError("the timer rejoined a joined room");
+}
+BENCHMARK(BM_TimerSweepAllJoined)->Arg(10000)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
