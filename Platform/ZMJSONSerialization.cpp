@@ -1,5 +1,6 @@
 #include <Platform/ZMJSONSerialization.h>
 
+#include <algorithm>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -19,6 +20,14 @@ constexpr size_t kMaxNestingDepth = 512;
 // Tells whether the text nests arrays and dictionaries deeper than the limit.
 // Brackets inside strings do not count.
 bool nestsTooDeep(const ZMData& data) {
+    // Nesting deeper than the limit takes more opening brackets than the
+    // limit. Ordinary payloads have far fewer, which one quick count (which
+    // also counts brackets inside strings) settles without the exact walk.
+    // '[' (0x5B) and '{' (0x7B) are the only bytes whose value with bit 5
+    // set is 0x7B.
+    const auto openings =
+        std::count_if(data.begin(), data.end(), [](uint8_t byte) { return (byte | 0x20) == 0x7B; });
+    if (static_cast<size_t>(openings) <= kMaxNestingDepth) return false;
     size_t depth = 0;
     bool inString = false;
     bool escaped = false;

@@ -1,5 +1,7 @@
 #include <ZMChatRoom/Messages/ZMChatRoomMemberActionMessage.h>
 
+#include <algorithm>
+
 #include <VemoIMLibCore/ZMDictionaryReaders.h>
 #include <ZMChatRoom/Messages/ZMChatRoomMessageCodec.h>
 
@@ -19,19 +21,26 @@ const ZMValue* arrayInPlace(const ZMValue& dict, const std::string& key) {
 }
 
 // One action per object of the user list, in order (anything else in the
-// list describes no member and is skipped). The actions share one
-// allocation: each is a shared pointer into the block, which lives while any
-// of them does.
+// list describes no member and is skipped). The actions share allocations of
+// up to kActionsPerBlock actions each: each action is a shared pointer into
+// its block, which lives while any of its actions does. Blocks stay small
+// enough for the allocator's fast size classes.
+constexpr size_t kActionsPerBlock = 16;
+
 std::vector<std::shared_ptr<ZMChatRoomMemberAction>> actionsOfUsers(const ZMValue& users) {
     size_t count = 0;
     for (const ZMValue& user : users) count += user.is_object() ? 1 : 0;
     std::vector<std::shared_ptr<ZMChatRoomMemberAction>> actions;
     if (count == 0) return actions;
     actions.reserve(count);
-    auto block = std::make_shared<ZMChatRoomMemberAction[]>(count);
-    size_t next = 0;
+    std::shared_ptr<ZMChatRoomMemberAction[]> block;
+    size_t next = kActionsPerBlock;
     for (const ZMValue& user : users) {
         if (!user.is_object()) continue;
+        if (next == kActionsPerBlock) {
+            block = std::make_shared<ZMChatRoomMemberAction[]>(std::min(kActionsPerBlock, count - actions.size()));
+            next = 0;
+        }
         ZMChatRoomMemberAction& action = block[next++];
         action.memberId = zmlib_stringForKey(user, kUserIdKey);
         action.action = zmlib_integerForKey(user, kStatusKey);

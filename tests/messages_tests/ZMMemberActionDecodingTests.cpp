@@ -1,5 +1,5 @@
-// A member change's actions are built in one allocation: each action is a
-// pointer of its own into it, they stay valid however long any of them is
+// A member change's actions share a few allocations: each action is a
+// pointer of its own into one, they stay valid however long any of them is
 // kept, and each can be changed without touching the others.
 
 #include <gtest/gtest.h>
@@ -41,6 +41,35 @@ TEST(MemberActionDecodingTest, ActionsAreDistinctAndOutliveTheirMessage) {
     EXPECT_EQ(last->memberId, std::nullopt);
     last->memberId = "still valid";
     EXPECT_EQ(last->memberId, std::optional<std::string>("still valid"));
+}
+
+// Lists longer than one shared allocation holds, with skipped entries
+// between the members: every member is read, in order, and each one kept
+// alone stays valid.
+TEST(MemberActionDecodingTest, LongListsKeepEveryMemberInOrder) {
+    for (int users : {15, 16, 17, 33, 50}) {
+        std::string text = R"({"userList":[)";
+        for (int i = 0; i < users; ++i) {
+            if (i > 0) text += ',';
+            if (i % 5 == 2) text += "7,";  // not a member
+            text += R"({"userId":"u)" + std::to_string(i) + R"(","status":)" + std::to_string(i % 3 + 1) + "}";
+        }
+        text += "]}";
+        std::vector<std::shared_ptr<ZMChatRoomMemberAction>> kept;
+        {
+            ZMChatRoomMemberActionMessage message;
+            message.decodeWithData(bytes(text));
+            kept = message.userList;
+        }
+        ASSERT_EQ(kept.size(), static_cast<size_t>(users)) << users;
+        for (int i = 0; i < users; ++i) {
+            EXPECT_EQ(kept[i]->memberId, std::optional<std::string>("u" + std::to_string(i))) << users;
+            EXPECT_EQ(kept[i]->action, i % 3 + 1) << users;
+        }
+        // Dropped from the front: what is left still reads back.
+        for (int i = 0; i + 1 < users; ++i) kept[i].reset();
+        EXPECT_EQ(kept.back()->memberId, std::optional<std::string>("u" + std::to_string(users - 1)));
+    }
 }
 
 }  // namespace

@@ -13,6 +13,12 @@ namespace {
 
 ZMData bytes(const std::string& text) { return ZMData(text.begin(), text.end()); }
 std::string nested(size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
+// An array of count empty arrays: two levels deep.
+std::string siblings(size_t count) {
+    std::string text = "[";
+    for (size_t i = 0; i < count; ++i) text += i == 0 ? "[]" : ",[]";
+    return text + "]";
+}
 TEST(ZMJSONSerializationTest, ParsesJSONTextAndRejectsEverythingElseWithoutThrowing) {
     const struct {
         const char* name;
@@ -30,6 +36,11 @@ TEST(ZMJSONSerializationTest, ParsesJSONTextAndRejectsEverythingElseWithoutThrow
         {"unpaired surrogate escape", R"(["\ud800"])", std::nullopt},
         {"byte outside string", "[1]\xFF", std::nullopt},
         {"excessive nesting", nested(600), std::nullopt},
+        {"nesting at the limit", nested(512), ZMValue::parse(nested(512))},
+        {"one level beyond the limit", nested(513), std::nullopt},
+        // More opening brackets than the limit, but not nested that deep.
+        {"brackets inside a string", "[\"" + std::string(600, '[') + "\"]", ZMValue{std::string(600, '[')}},
+        {"many shallow arrays", siblings(600), ZMValue::parse(siblings(600))},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
