@@ -122,7 +122,7 @@ struct Row {
     std::string label;
     Metric module;
     std::optional<Metric> baseline;  // absent: a bound row
-    double target = 0;               // ratio target, or the bound in raw units (0: no target)
+    std::optional<double> target;    // ratio target, or the bound in raw units (absent: reported only)
     double scale = 1;
     std::string unit;
 };
@@ -206,12 +206,12 @@ void printTable(const CollectingReporter& reporter) {
         if (row.baseline) {
             const double r = *baseline > 0 ? *module / *baseline : 0;
             std::snprintf(ratio, sizeof ratio, "%.2fx", r);
-            std::snprintf(target, sizeof target, "<= %.2fx", row.target);
+            std::snprintf(target, sizeof target, "<= %.2fx", *row.target);
             baselineText = formatted(*baseline / row.scale, row.unit);
-            ok = r <= row.target;
-        } else if (row.target > 0) {
-            std::snprintf(target, sizeof target, "<= %s", formatted(row.target / row.scale, row.unit).c_str());
-            ok = *module <= row.target;
+            ok = r <= *row.target;
+        } else if (row.target) {
+            std::snprintf(target, sizeof target, "<= %s", formatted(*row.target / row.scale, row.unit).c_str());
+            ok = *module <= *row.target;
         } else {
             --measured;  // reported only
             std::printf("%-58s %14s %14s %8s %12s  %s\n", row.label.c_str(),
@@ -236,7 +236,7 @@ void addBoundRow(std::string label, Metric module, double bound, double scale, s
 }
 
 void addReportRow(std::string label, Metric module, double scale, std::string unit) {
-    rows().push_back(Row{std::move(label), std::move(module), std::nullopt, 0, scale, std::move(unit)});
+    rows().push_back(Row{std::move(label), std::move(module), std::nullopt, std::nullopt, scale, std::move(unit)});
 }
 
 void registerTableRows();
