@@ -10,6 +10,8 @@
 
 #include <ZMChatRoom/Messages/ZMChatRoomMemberActionMessage.h>
 
+#include "support/ZMTestSupport.h"
+
 namespace {
 
 ZMData bytes(const std::string& text) { return ZMData(text.begin(), text.end()); }
@@ -52,7 +54,11 @@ TEST(MemberActionDecodingTest, LongListsKeepEveryMemberInOrder) {
         for (int i = 0; i < users; ++i) {
             if (i > 0) text += ',';
             if (i % 5 == 2) text += "7,";  // not a member
-            text += R"({"userId":"u)" + std::to_string(i) + R"(","status":)" + std::to_string(i % 3 + 1) + "}";
+            text += R"({"userId":")";
+            text += numbered("u", i);
+            text += R"(","status":)";
+            text += std::to_string(i % 3 + 1);
+            text += "}";
         }
         text += "]}";
         std::vector<std::shared_ptr<ZMChatRoomMemberAction>> kept;
@@ -63,12 +69,12 @@ TEST(MemberActionDecodingTest, LongListsKeepEveryMemberInOrder) {
         }
         ASSERT_EQ(kept.size(), static_cast<size_t>(users)) << users;
         for (int i = 0; i < users; ++i) {
-            EXPECT_EQ(kept[i]->memberId, std::optional<std::string>("u" + std::to_string(i))) << users;
+            EXPECT_EQ(kept[i]->memberId, std::optional<std::string>(numbered("u", i))) << users;
             EXPECT_EQ(kept[i]->action, i % 3 + 1) << users;
         }
         // Dropped from the front: what is left still reads back.
         for (int i = 0; i + 1 < users; ++i) kept[i].reset();
-        EXPECT_EQ(kept.back()->memberId, std::optional<std::string>("u" + std::to_string(users - 1)));
+        EXPECT_EQ(kept.back()->memberId, std::optional<std::string>(numbered("u", users - 1)));
     }
 }
 
