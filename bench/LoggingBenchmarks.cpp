@@ -4,9 +4,9 @@
 // result) and calls the error callback. The baseline formats the same three
 // lines with snprintf into a buffer on the stack.
 //
-// The emulator's logger keeps lines by default (recording on): after its
-// buffer has turned round once, a line is rendered into storage reused from
-// line to line. With recording off and no console or observer, a line is not
+// The emulator's logger keeps lines by default (recording on): once its
+// buffer has turned round, a line is rendered into storage reused from line
+// to line. With recording off and no console or observer, a line is not
 // rendered at all. The "allocs" counter (zm_bench's counted operator new)
 // shows what the call allocates per refused join. Two entry points: the
 // plain join (whose success callback the client wraps into a response
@@ -46,8 +46,11 @@ void BM_RefusedJoin(benchmark::State& state) {
             client.joinChatRoom(roomId, 10, success, error);
         }
     };
-    // Turns the line buffer round once, so that every slot has its storage.
-    const size_t warmUpJoins = logger.lineCapacity() / 3 + 1;
+    // Fills the line buffer three times over: each join writes three lines
+    // and the buffer's capacity need not be a multiple of three, so only
+    // then has every slot held the longest of the three lines and grown its
+    // storage to fit it.
+    const size_t warmUpJoins = logger.lineCapacity() + 1;
     for (size_t i = 0; i < warmUpJoins; ++i) join();
 
     zmbench::AllocationMeter meter(state);

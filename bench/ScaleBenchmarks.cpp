@@ -67,9 +67,12 @@ Population& population() {
 void populate(int64_t rooms) {
     loadedModule();
     Population& current = population();
-    if (current.rooms == rooms) return;
     auto& cacheClient = client();
+    // Other benchmarks run in between (in random order) answer joins with
+    // rules of their own and clear the cache: the counting rule goes back in
+    // every time, and the rooms are joined again unless they are all there.
     joinCounter().install();
+    if (current.rooms == rooms && cacheClient.cacheChatRoomDict().count() == static_cast<size_t>(rooms)) return;
     cacheClient.clearChatRoom();
     settle();
     forgetCoreRecords();
