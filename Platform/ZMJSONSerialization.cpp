@@ -1,10 +1,10 @@
 #include <Platform/ZMJSONSerialization.h>
 
-#include <algorithm>
 #include <cmath>
 #include <string>
 #include <vector>
 
+#include <Platform/ZMJSONParser.h>
 #include <Platform/ZMPlatformException.h>
 #include <Platform/ZMUTF16.h>
 
@@ -12,46 +12,10 @@ namespace {
 
 const char* const kWriteExceptionName = "ZMJSONWriteException";
 
-// Deeper text is refused before parsing, and deeper values are not written:
+// Deeper text is refused while parsing, and deeper values are not written:
 // everything that walks a value (comparison, copying, writing, the module's
 // readers) recurses once per level.
 constexpr size_t kMaxNestingDepth = 512;
-
-// Tells whether the text nests arrays and dictionaries deeper than the limit.
-// Brackets inside strings do not count.
-bool nestsTooDeep(const ZMData& data) {
-    // Nesting deeper than the limit takes more opening brackets than the
-    // limit. Ordinary payloads have far fewer, which one quick count (which
-    // also counts brackets inside strings) settles without the exact walk.
-    // '[' (0x5B) and '{' (0x7B) are the only bytes whose value with bit 5
-    // set is 0x7B.
-    const auto openings =
-        std::count_if(data.begin(), data.end(), [](uint8_t byte) { return (byte | 0x20) == 0x7B; });
-    if (static_cast<size_t>(openings) <= kMaxNestingDepth) return false;
-    size_t depth = 0;
-    bool inString = false;
-    bool escaped = false;
-    for (uint8_t byte : data) {
-        if (inString) {
-            if (escaped) {
-                escaped = false;
-            } else if (byte == '\\') {
-                escaped = true;
-            } else if (byte == '"') {
-                inString = false;
-            }
-            continue;
-        }
-        if (byte == '"') {
-            inString = true;
-        } else if (byte == '[' || byte == '{') {
-            if (++depth > kMaxNestingDepth) return true;
-        } else if ((byte == ']' || byte == '}') && depth > 0) {
-            --depth;
-        }
-    }
-    return false;
-}
 
 // Why the writer refuses a value, if it does.
 enum class Refusal { None, Type, Nesting, Encoding };
@@ -98,17 +62,11 @@ Refusal refusalOf(const ZMValue& root) {
 }  // namespace
 
 std::optional<ZMValue> ZMJSONSerialization::JSONObjectWithData(const ZMData& data) {
-    if (data.empty() || nestsTooDeep(data)) return std::nullopt;
-    // The parser rejects bytes that are not UTF-8 (inside strings as well as
-    // outside) and unpaired surrogate escapes; without exceptions it answers
-    // a discarded value for any failure.
-    try {
-        ZMValue parsed = ZMValue::parse(data.begin(), data.end(), nullptr, /*allow_exceptions=*/false);
-        if (parsed.is_discarded()) return std::nullopt;
-        return parsed;
-    } catch (const ZMValue::exception&) {
-        return std::nullopt;  // belt and braces: bad input never raises from here
-    }
+    if (data.empty()) return std::nullopt;
+    // The reader refuses bytes that are not UTF-8 (inside strings as well as
+    // outside), unpaired surrogate escapes, anything after the value and
+    // excessive nesting; it raises nothing.
+    return ZMJSONParser::parse(data.data(), data.size(), kMaxNestingDepth);
 }
 
 std::optional<ZMValue> ZMJSONSerialization::dictionaryWithData(const ZMData& data) {

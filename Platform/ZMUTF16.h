@@ -12,4 +12,9 @@ public:
     // UTF-8 (overlong forms, surrogates, values above U+10FFFF and truncated
     // sequences included).
     static std::optional<size_t> length(std::string_view utf8);
+
+    // The length (2 to 4) of the well-formed multi-byte UTF-8 sequence that
+    // text starts with; 0 when it starts with anything else (an ASCII byte
+    // included) or ends inside the sequence.
+    static size_t sequenceLength(std::string_view text);
 };

@@ -41,6 +41,19 @@ TEST(ZMJSONSerializationTest, ParsesJSONTextAndRejectsEverythingElseWithoutThrow
         // More opening brackets than the limit, but not nested that deep.
         {"brackets inside a string", "[\"" + std::string(600, '[') + "\"]", ZMValue{std::string(600, '[')}},
         {"many shallow arrays", siblings(600), ZMValue::parse(siblings(600))},
+        {"repeated key keeps its last value", R"({"a":1,"b":{"c":2},"a":[3]})", ZMValue{{"a", {3}}, {"b", {{"c", 2}}}}},
+        {"scalar text", R"("text")", ZMValue("text")},
+        {"byte-order mark", "\xEF\xBB\xBF[1]", ZMValue{1}},
+        {"broken byte-order mark", "\xEF\xBB[1]", std::nullopt},
+        {"a NUL byte after the value ends the text", std::string("[1] \0junk", 10), ZMValue{1}},
+        {"a NUL byte where a value belongs", std::string("[1,\0]", 5), std::nullopt},
+        {"integers beyond 64 bits read as doubles", "[18446744073709551616,-9223372036854775809]",
+         ZMValue{18446744073709551616.0, -9223372036854775809.0}},
+        {"number overflowing a double", "[1e400]", std::nullopt},
+        {"dictionaries within arrays within dictionaries", R"({"l":[{"u":"x","s":-1},{"n":1e3}],"m":18446744073709551615})",
+         ZMValue{{"l", {{{"u", "x"}, {"s", -1}}, {{"n", 1e3}}}}, {"m", UINT64_MAX}}},
+        {"dictionary one level beyond the limit", std::string(512, '[') + "{}" + std::string(512, ']'), std::nullopt},
+        {"unclosed nesting beyond the limit", std::string(600, '['), std::nullopt},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
