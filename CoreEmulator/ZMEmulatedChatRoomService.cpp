@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <iterator>
+#include <utility>
 
 #include <CoreEmulator/ZMEmulatedDispatcher.h>
 #include <Platform/ZMUTF16.h>
@@ -18,6 +19,21 @@ ZMValue payloadValue(const ZMData& data) {
     std::string text(data.begin(), data.end());
     if (ZMUTF16::length(text).has_value()) return ZMValue(std::move(text));
     return ZMValue::binary(data);
+}
+
+// A request's arguments: a dictionary built in place from ("key", value)
+// pairs.
+void addArguments(ZMValue::object_t&) {}
+template <class Value, class... More>
+void addArguments(ZMValue::object_t& arguments, const char* key, Value&& value, More&&... more) {
+    arguments.emplace(key, ZMValue(std::forward<Value>(value)));
+    addArguments(arguments, std::forward<More>(more)...);
+}
+template <class... Pairs>
+ZMValue argumentsOf(Pairs&&... pairs) {
+    ZMValue arguments = ZMValue::object();
+    addArguments(arguments.get_ref<ZMValue::object_t&>(), std::forward<Pairs>(pairs)...);
+    return arguments;
 }
 
 // Result callbacks by shape: success without arguments or error(code).
@@ -92,7 +108,7 @@ void ZMEmulatedChatRoomService::setChatRoomPSListener() {
 void ZMEmulatedChatRoomService::joinChatroom(const std::string& chatroomId, int32_t limit, bool useCacheTime,
                                              int32_t joinMode, ZMChatRoomJoinResultBlock resultBlock) {
     handle("joinChatroom",
-           {{"chatroomId", chatroomId}, {"limit", limit}, {"useCacheTime", useCacheTime}, {"joinMode", joinMode}},
+           argumentsOf("chatroomId", chatroomId, "limit", limit, "useCacheTime", useCacheTime, "joinMode", joinMode),
            [resultBlock = std::move(resultBlock)](const ZMCoreAnswer& answer) {
                if (resultBlock) resultBlock(answer.code, answer.result);
            });
@@ -102,14 +118,14 @@ void ZMEmulatedChatRoomService::joinExistingChatroom(const std::string& chatroom
                                                      bool useCacheTime, int32_t joinMode,
                                                      ZMChatRoomJoinResultBlock resultBlock) {
     handle("joinExistingChatroom",
-           {{"chatroomId", chatroomId}, {"limit", limit}, {"useCacheTime", useCacheTime}, {"joinMode", joinMode}},
+           argumentsOf("chatroomId", chatroomId, "limit", limit, "useCacheTime", useCacheTime, "joinMode", joinMode),
            [resultBlock = std::move(resultBlock)](const ZMCoreAnswer& answer) {
                if (resultBlock) resultBlock(answer.code, answer.result);
            });
 }
 
 void ZMEmulatedChatRoomService::quitChatroom(const std::string& chatroomId, ZMChatRoomQuitResultBlock resultBlock) {
-    handle("quitChatroom", {{"chatroomId", chatroomId}},
+    handle("quitChatroom", argumentsOf("chatroomId", chatroomId),
            [resultBlock = std::move(resultBlock)](const ZMCoreAnswer& answer) {
                if (resultBlock) resultBlock(answer.code);
            });
@@ -118,7 +134,7 @@ void ZMEmulatedChatRoomService::quitChatroom(const std::string& chatroomId, ZMCh
 void ZMEmulatedChatRoomService::clearChatroomMessageAndKVWithTargetId(const std::string& chatroomId,
                                                                       bool clearMsg, bool clearKv) {
     record("clearChatroomMessageAndKVWithTargetId",
-           {{"chatroomId", chatroomId}, {"clearMsg", clearMsg}, {"clearKv", clearKv}});
+           argumentsOf("chatroomId", chatroomId, "clearMsg", clearMsg, "clearKv", clearKv));
 }
 
 void ZMEmulatedChatRoomService::setChatroomStatus(const std::string& chatroomId, const std::string& key,
@@ -127,15 +143,15 @@ void ZMEmulatedChatRoomService::setChatroomStatus(const std::string& chatroomId,
                                                   const ZMData& notificationContent, int32_t persistentFlag,
                                                   ZMCoreSuccessBlock success, ZMCoreErrorBlock error) {
     handle("setChatroomStatus",
-           {{"chatroomId", chatroomId},
-            {"key", key},
-            {"value", value},
-            {"overwrite", overwrite},
-            {"autoDelete", autoDelete},
-            {"sendNotification", sendNotification},
-            {"notificationObjectName", notificationObjectName},
-            {"notificationContent", payloadValue(notificationContent)},
-            {"persistentFlag", persistentFlag}},
+           argumentsOf("chatroomId", chatroomId,
+                       "key", key,
+                       "value", value,
+                       "overwrite", overwrite,
+                       "autoDelete", autoDelete,
+                       "sendNotification", sendNotification,
+                       "notificationObjectName", notificationObjectName,
+                       "notificationContent", payloadValue(notificationContent),
+                       "persistentFlag", persistentFlag),
            plainResponder(std::move(success), std::move(error)));
 }
 
@@ -145,19 +161,19 @@ void ZMEmulatedChatRoomService::removeChatRoomStatus(const std::string& chatroom
                                                      const ZMData& notificationContent, int32_t persistentFlag,
                                                      ZMCoreSuccessBlock success, ZMCoreErrorBlock error) {
     handle("removeChatRoomStatus",
-           {{"chatroomId", chatroomId},
-            {"key", key},
-            {"overwrite", overwrite},
-            {"sendNotification", sendNotification},
-            {"notificationObjectName", notificationObjectName},
-            {"notificationContent", payloadValue(notificationContent)},
-            {"persistentFlag", persistentFlag}},
+           argumentsOf("chatroomId", chatroomId,
+                       "key", key,
+                       "overwrite", overwrite,
+                       "sendNotification", sendNotification,
+                       "notificationObjectName", notificationObjectName,
+                       "notificationContent", payloadValue(notificationContent),
+                       "persistentFlag", persistentFlag),
            plainResponder(std::move(success), std::move(error)));
 }
 
 void ZMEmulatedChatRoomService::getChatRoomEntry(const std::string& chatroomId, const std::string& key,
                                                  ZMCoreDictionaryBlock success, ZMCoreErrorBlock error) {
-    handle("getChatRoomEntry", {{"chatroomId", chatroomId}, {"key", key}},
+    handle("getChatRoomEntry", argumentsOf("chatroomId", chatroomId, "key", key),
            dictionaryResponder(std::move(success), std::move(error)));
 }
 
@@ -165,32 +181,35 @@ void ZMEmulatedChatRoomService::setChatRoomEntries(const std::string& chatroomId
                                                    bool overwrite, bool autoDelete, ZMCoreSuccessBlock success,
                                                    ZMCoreEntriesErrorBlock error) {
     handle("setChatRoomEntries",
-           {{"chatroomId", chatroomId}, {"entries", entries}, {"overwrite", overwrite}, {"autoDelete", autoDelete}},
+           argumentsOf("chatroomId", chatroomId,
+                       "entries", entries,
+                       "overwrite", overwrite,
+                       "autoDelete", autoDelete),
            entriesResponder(std::move(success), std::move(error)));
 }
 
 void ZMEmulatedChatRoomService::removeChatRoomEntries(const std::string& chatroomId, const ZMValue& keys,
                                                       bool overwrite, ZMCoreSuccessBlock success,
                                                       ZMCoreEntriesErrorBlock error) {
-    handle("removeChatRoomEntries", {{"chatroomId", chatroomId}, {"keys", keys}, {"overwrite", overwrite}},
+    handle("removeChatRoomEntries", argumentsOf("chatroomId", chatroomId, "keys", keys, "overwrite", overwrite),
            entriesResponder(std::move(success), std::move(error)));
 }
 
 void ZMEmulatedChatRoomService::getChatRoomEntriesByBatch(const std::string& chatroomId, const ZMValue& keys,
                                                           ZMCoreDictionaryBlock success, ZMCoreErrorBlock error) {
-    handle("getChatRoomEntriesByBatch", {{"chatroomId", chatroomId}, {"keys", keys}},
+    handle("getChatRoomEntriesByBatch", argumentsOf("chatroomId", chatroomId, "keys", keys),
            dictionaryResponder(std::move(success), std::move(error)));
 }
 
 void ZMEmulatedChatRoomService::getAllChatRoomEntries(const std::string& chatroomId, bool isSync,
                                                       ZMCoreDictionaryBlock success, ZMCoreErrorBlock error) {
-    handle("getAllChatRoomEntries", {{"chatroomId", chatroomId}, {"isSync", isSync}},
+    handle("getAllChatRoomEntries", argumentsOf("chatroomId", chatroomId, "isSync", isSync),
            dictionaryResponder(std::move(success), std::move(error)));
 }
 
 void ZMEmulatedChatRoomService::queryChatroomInfo(const std::string& chatroomId, int32_t limit, uint64_t order,
                                                   ZMCoreDictionaryBlock success, ZMCoreErrorBlock error) {
-    handle("queryChatroomInfo", {{"chatroomId", chatroomId}, {"limit", limit}, {"order", order}},
+    handle("queryChatroomInfo", argumentsOf("chatroomId", chatroomId, "limit", limit, "order", order),
            dictionaryResponder(std::move(success), std::move(error)));
 }
 
@@ -199,11 +218,11 @@ void ZMEmulatedChatRoomService::getChatroomHistoryMessage(const std::string& cha
                                                           ZMCoreHistoryBlock successBlock,
                                                           ZMCoreErrorBlock errorBlock) {
     handle("getChatroomHistoryMessage",
-           {{"chatroomId", chatroomId},
-            {"sendTime", sendTime},
-            {"limit", limit},
-            {"order", order},
-            {"channelId", channelId}},
+           argumentsOf("chatroomId", chatroomId,
+                       "sendTime", sendTime,
+                       "limit", limit,
+                       "order", order,
+                       "channelId", channelId),
            [successBlock = std::move(successBlock), errorBlock = std::move(errorBlock)](const ZMCoreAnswer& answer) {
                if (answer.code == 0) {
                    if (successBlock) successBlock(answer.messages, answer.syncTime, answer.hasMore);
@@ -215,7 +234,7 @@ void ZMEmulatedChatRoomService::getChatroomHistoryMessage(const std::string& cha
 
 void ZMEmulatedChatRoomService::bindRTCRoomForChatroom(const std::string& chatroomId, const std::string& rtcRoomId,
                                                        ZMCoreSuccessBlock success, ZMCoreErrorBlock error) {
-    handle("bindRTCRoomForChatroom", {{"chatroomId", chatroomId}, {"rtcRoomId", rtcRoomId}},
+    handle("bindRTCRoomForChatroom", argumentsOf("chatroomId", chatroomId, "rtcRoomId", rtcRoomId),
            plainResponder(std::move(success), std::move(error)));
 }
 
@@ -291,23 +310,30 @@ void ZMEmulatedChatRoomService::handle(const std::string& operation, ZMValue arg
     // Outstanding from before the request is visible until its answer is
     // queued: "wait for the request, then wait until idle" sees the answer.
     ZMEmulatedDispatcher::Hold pending(ZMEmulatedDispatcher::shared());
+    if (answer) afterAnswer = answered(request, *answer, std::move(afterAnswer));
     {
         // Recorded and, if so, held in one step: whoever sees the request sees
         // it held and can answer it.
         std::lock_guard<std::mutex> lock(mutex_);
         if (!answer) held_.emplace(request.id, HeldRequest{request, responder, afterAnswer});
-        insertRecordedLocked(request);
+        insertRecordedLocked(std::move(request));
     }
     recorded_.notify_all();
 
-    if (answer) deliverAnswer(request, std::move(responder), std::move(*answer), std::move(afterAnswer));
+    if (answer) queueAnswer(std::move(responder), std::move(*answer), std::move(afterAnswer));
 }
 
-void ZMEmulatedChatRoomService::deliverAnswer(const ZMCoreRequest& request, Responder responder,
-                                              ZMCoreAnswer answer, ZMEmulatedKVServer::FollowUp afterAnswer) {
+ZMEmulatedKVServer::FollowUp ZMEmulatedChatRoomService::answered(const ZMCoreRequest& request,
+                                                                 const ZMCoreAnswer& answer,
+                                                                 ZMEmulatedKVServer::FollowUp afterAnswer) {
     // A join answered with success makes the user a member now; its first
     // synchronisation follows the answer.
-    if (auto admitted = kvServer_.requestAnswered(request, answer)) afterAnswer = std::move(admitted);
+    if (auto admitted = kvServer_.requestAnswered(request, answer)) return admitted;
+    return afterAnswer;
+}
+
+void ZMEmulatedChatRoomService::queueAnswer(Responder responder, ZMCoreAnswer answer,
+                                            ZMEmulatedKVServer::FollowUp afterAnswer) {
     ZMEmulatedDispatcher::shared().deliver([responder = std::move(responder), answer = std::move(answer),
                                             afterAnswer = std::move(afterAnswer)] {
         responder(answer);
@@ -387,7 +413,8 @@ bool ZMEmulatedChatRoomService::answer(uint64_t requestId, const ZMCoreAnswer& a
         held = std::move(found->second);
         held_.erase(found);
     }
-    deliverAnswer(held.request, std::move(held.responder), answer, std::move(held.afterAnswer));
+    auto afterAnswer = answered(held.request, answer, std::move(held.afterAnswer));
+    queueAnswer(std::move(held.responder), answer, std::move(afterAnswer));
     return true;
 }
 

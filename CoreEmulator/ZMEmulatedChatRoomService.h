@@ -120,10 +120,14 @@ private:
     uint64_t takeRequestId();
     // Adds a request to the record in id order; the caller holds mutex_.
     void insertRecordedLocked(ZMCoreRequest request);
-    // Delivers an answer: the request's callbacks, then what the KV server
-    // does after the answer (joins start the first synchronisation).
-    void deliverAnswer(const ZMCoreRequest& request, Responder responder, ZMCoreAnswer answer,
-                       ZMEmulatedKVServer::FollowUp afterAnswer);
+    // Tells the KV server model a request has its answer, and answers what
+    // follows the answer's delivery: the model's follow-up (a join starts
+    // the first synchronisation) or else afterAnswer.
+    ZMEmulatedKVServer::FollowUp answered(const ZMCoreRequest& request, const ZMCoreAnswer& answer,
+                                          ZMEmulatedKVServer::FollowUp afterAnswer);
+    // Delivers an answer on a callback thread: the request's callbacks, then
+    // the follow-up.
+    void queueAnswer(Responder responder, ZMCoreAnswer answer, ZMEmulatedKVServer::FollowUp afterAnswer);
 
     mutable std::mutex mutex_;
     mutable std::condition_variable recorded_;

@@ -29,10 +29,10 @@ void ZMEmulatedDispatcher::deliver(std::function<void()> task) {
                                                               std::to_string(queues_.size())));
         }
         queue = queues_[index].get();
-        // Counted before it is queued, so the count cannot reach zero while
-        // the delivery is on its way.
-        ++outstanding_;
     }
+    // Counted before it is queued, so the count cannot reach zero while the
+    // delivery is on its way.
+    outstanding_.fetch_add(1, std::memory_order_acq_rel);
     queue->async([this, task = std::move(task)]() mutable {
         const bool wasRunning = tRunningDelivery;
         tRunningDelivery = true;
@@ -53,14 +53,15 @@ void ZMEmulatedDispatcher::deliver(std::function<void()> task) {
     });
 }
 
-void ZMEmulatedDispatcher::beginDelivery() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    ++outstanding_;
-}
+void ZMEmulatedDispatcher::beginDelivery() { outstanding_.fetch_add(1, std::memory_order_acq_rel); }
 
 void ZMEmulatedDispatcher::finishDelivery() {
+    if (outstanding_.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+    // The last one out wakes the waiters under the lock: a waiter tests the
+    // count and goes to sleep under it, so it either sees zero or is asleep
+    // by the time this notifies.
     std::lock_guard<std::mutex> lock(mutex_);
-    if (--outstanding_ == 0) idle_.notify_all();
+    idle_.notify_all();
 }
 
 void ZMEmulatedDispatcher::setThreadCount(size_t count) {
@@ -72,7 +73,7 @@ void ZMEmulatedDispatcher::setThreadCount(size_t count) {
 bool ZMEmulatedDispatcher::waitUntilIdle(double timeoutSeconds) {
     if (tRunningDelivery) return false;
     std::unique_lock<std::mutex> lock(mutex_);
-    return idle_.wait_for(lock, waitDuration(timeoutSeconds), [this] { return outstanding_ == 0; });
+    return idle_.wait_for(lock, waitDuration(timeoutSeconds), [this] { return outstanding_.load(std::memory_order_acquire) == 0; });
 }
 
 std::chrono::steady_clock::duration ZMEmulatedDispatcher::waitDuration(double seconds) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -72,5 +73,6 @@ private:
     std::vector<std::unique_ptr<ZMSerialQueue>> queues_;
     size_t threadCount_ = 1;
     size_t nextQueue_ = 0;
-    size_t outstanding_ = 0;
+    // Deliveries handed over and not finished; changed without the lock.
+    std::atomic<size_t> outstanding_{0};
 };
