@@ -45,6 +45,10 @@ void registerTableRows() {
     addBoundRow("module heap per cached room (10,000 rooms)", counterOf("BM_ReconnectSweep/10000", "bytes_per_room"),
                 200, 1, "B");
 
+    // What the core emulator alone spends on each join request, of the
+    // sweep's time per room.
+    addReportRow("core emulator alone: one join request", counterOf("BM_CoreJoinRequest", "us_per_request"), 1,
+                 "us");
     addReportRow("reconnect sweep per room, 100,000 rooms", counterOf("BM_ReconnectSweep/100000", "us_per_room"), 1,
                  "us");
     addReportRow("module heap per cached room (100,000 rooms)", counterOf("BM_ReconnectSweep/100000", "bytes_per_room"),
