@@ -25,21 +25,18 @@ using Strings = std::vector<std::string>;
 using Requests = std::vector<std::pair<std::string, ZMValue>>;  // (operation, arguments)
 inline const std::string kClientTag = "ZMChatRoomClient.cpp";
 
-// Each room's announcements in delivery order, as "status[:code]", from
-// events recorded as "status:room[:code]".
+// Each room's announcements in order, as "status[:code]", from events "status:room[:code]".
 inline std::map<std::string, Strings> byRoom(const Strings& events) {
     std::map<std::string, Strings> rooms;
     for (const auto& event : events) {
-        const auto first = event.find(':');
-        const auto second = event.find(':', first + 1);
+        const auto first = event.find(':'), second = event.find(':', first + 1);
         rooms[event.substr(first + 1, second - first - 1)].push_back(
             event.substr(0, first) + (second == std::string::npos ? "" : event.substr(second)));
     }
     return rooms;
 }
 
-// Reaches the client's private join, so that join modes other than the public
-// entry points' 0 can be tried, and its argument validators.
+// Reaches the client's private join (join modes other than 0) and its validators.
 struct ZMChatRoomClientTestPeer {
     static ZMChatRoomClient& client() { return ZMChatRoomClient::sharedChatRoomClient(); }
     static bool isValidTargetId(const ZMValue& v) { return client().isValidTargetId(v); }
@@ -48,13 +45,13 @@ struct ZMChatRoomClientTestPeer {
     static bool isValidValue(const ZMValue& v) { return client().isValidValue(v); }
     static int32_t isValidKey(const ZMValue& k, const ZMValue& v) { return client().isValidKey(k, v); }
     static bool isValidNotificationExtra(const ZMValue& v) { return client().isValidNotificationExtra(v); }
-    static void join(const ZMValue& roomId, int32_t count, int32_t joinMode, ZMErrorBlock error = {}) {
-        client().p_joinChatRoom(roomId, count, joinMode, false, ZMJoinSuccessBlock{}, std::move(error));
+    static void join(const ZMValue& roomId, int32_t count, int32_t joinMode, ZMErrorBlock error = {},
+                     ZMJoinSuccessBlock success = {}) {
+        client().p_joinChatRoom(roomId, count, joinMode, false, std::move(success), std::move(error));
     }
 };
 
-// Records every status announcement as "status:room[:code]" and notes any
-// call made outside the client's notify queue.
+// Records every announcement as "status:room[:code]"; counts calls off the notify queue.
 class StatusRecorder : public ZMChatRoomStatusDelegate {
 public:
     ZMEventRecorder events;
@@ -83,8 +80,7 @@ private:
     }
 };
 
-// The outcome of one public call: which callback ran, with what, on which
-// thread, and whether it ran before the call returned.
+// One call's outcome: which callback ran, with what, on which thread, before the call returned or not.
 struct CallOutcome {
     std::atomic<int> successes{0};
     std::atomic<int> errors{0};
@@ -118,11 +114,8 @@ protected:
     std::shared_ptr<StatusRecorder> status = std::make_shared<StatusRecorder>();
 
     void SetUp() override {
-        // These tests script every answer and every push themselves and assert
-        // the exact requests, pushes and observer calls that follow; the KV
-        // server model would add first-synchronisation pushes, echoes and
-        // full reads of its own. Its behaviour is covered by the emulator's
-        // tests; a test that wants it switches it back on.
+        // The tests script every answer and push; the KV server model (tested with the
+        // emulator) would add pushes and reads of its own.
         core.setKVServerModelEnabled(false);
         client.setChatroomListener();
         client.addChatRoomStatusDelegate(status);
@@ -130,9 +123,8 @@ protected:
         forget();
     }
 
-    // Lets every consequence of what happened so far run to its end: queued
-    // operations, the core's answers, status announcements and main-queue
-    // tasks (timers only fire when the test advances the clock).
+    // Runs queued operations, core answers, announcements and main-queue tasks to their end
+    // (timers fire only when the test advances the clock).
     void settle() {
         for (int round = 0; round < 3; ++round) {
             client.zm_chatroom_operation_queue().sync([] {});
@@ -185,8 +177,7 @@ protected:
     std::vector<ZMLogLine> logged(const std::string& tag) { return core.logger().linesWithTag(tag); }
 
     // The expected lines of one tag, all at one level and of one type.
-    static std::vector<ZMLogLine> lines(const std::string& tag, int32_t level, const Strings& texts,
-                                        int32_t type = 1) {
+    static std::vector<ZMLogLine> lines(const std::string& tag, int32_t level, const Strings& texts, int32_t type = 1) {
         std::vector<ZMLogLine> result;
         for (const auto& text : texts) result.push_back(ZMLogLine{level, type, tag, text});
         return result;

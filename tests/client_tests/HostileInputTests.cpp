@@ -1,7 +1,7 @@
-// Arguments nested thousands deep, passed to every public operation that takes
-// a ZMValue, on a thread with the stack of a mobile platform's secondary
-// threads: each is refused as usual, and its lines render the value cut short
-// instead of walking (or copying) it level by level.
+// Invalid room ids, among them values nested 10000 deep, in every ZMValue argument of every
+// public operation, on a thread with a mobile platform's 512 KB stack: each call is refused
+// with 34210 before it returns, on the caller's thread, and its lines render the deep value
+// cut short after 64 levels instead of walking it level by level.
 #include "ClientTestSupport.h"
 
 #include <pthread.h>
@@ -10,206 +10,117 @@
 
 namespace {
 
-constexpr size_t kHostileDepth = 10000;
-constexpr size_t kSmallStackBytes = 512 * 1024;
-
-// Runs the work on a new thread with a 512 KB stack and waits for it.
-void runOnSmallStack(const std::function<void()>& work) {
+void runOnSmallStack(std::function<void()> work) {
     pthread_attr_t attributes;
-    ASSERT_EQ(pthread_attr_init(&attributes), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&attributes, kSmallStackBytes), 0);
     pthread_t thread;
-    auto start = [](void* argument) -> void* {
-        (*static_cast<const std::function<void()>*>(argument))();
-        return nullptr;
-    };
-    const int created = pthread_create(&thread, &attributes, start, const_cast<std::function<void()>*>(&work));
+    ASSERT_EQ(pthread_attr_init(&attributes), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 512 * 1024), 0);
+    auto run = [](void* w) -> void* { return (*static_cast<std::function<void()>*>(w))(), nullptr; };
+    ASSERT_EQ(pthread_create(&thread, &attributes, run, &work), 0);
     pthread_attr_destroy(&attributes);
-    ASSERT_EQ(created, 0);
     ASSERT_EQ(pthread_join(thread, nullptr), 0);
-}
-
-// What a refused call reported, written by the callbacks on the small thread.
-struct Refusal {
-    int successes = 0;
-    std::vector<int32_t> codes;
-    std::vector<ZMValue> failedEntries;
-
-    ZMSuccessBlock success() { return [this] { ++successes; }; }
-    ZMErrorBlock error() { return [this](int32_t code) { codes.push_back(code); }; }
-    ZMEntriesErrorBlock entriesError() {
-        return [this](int32_t code, const ZMValue& entries) {
-            codes.push_back(code);
-            failedEntries.push_back(entries);
-        };
-    }
-    template <class... Args>
-    std::function<void(const Args&...)> unexpected() {
-        return [this](const Args&...) { ++successes; };
-    }
-};
-
-// The pieces one after the other (appended: g++ 12 at -O3 misreads
-// "literal" + std::string as an overlapping copy).
-template <class... Pieces>
-std::string joined(const Pieces&... pieces) {
-    std::string text;
-    (text += ... += pieces);
-    return text;
-}
-
-ZMLogLine tagged(const char* tag, int32_t level, const std::string& text) {
-    return ZMLogLine{level, ZMLogTypeOperation, tag, text};
-}
-
-ZMLogLine diagnostic(int32_t level, const std::string& text) {
-    return ZMLogLine{level, ZMLogTypeDiagnostic, kClientTag, text};
-}
-
-const ZMLogLine kNotAString = diagnostic(6, "Parameter error，targetId is not NSString");
-
-ZMLogLine parameterError(const std::string& operation, const char* name, const std::string& rendered) {
-    return diagnostic(2, joined("Parameter Error, ", operation, ", ", name, ":", rendered));
 }
 
 }  // namespace
 
-TEST_F(ClientTest, ArgumentsNestedTenThousandDeepAreRefusedOnASmallStackWithTheirLinesCutShort) {
-    using Lines = std::vector<ZMLogLine>;
+TEST_F(ClientTest, InvalidAndDeeplyNestedRoomIdsAreRefusedOnTheCallersThreadBeforeReturning) {
+    using V = const ZMValue&;
+    std::vector<ZMValue> failedEntries;  // what the entries' error callbacks received
+    const auto entriesError = [&](CallOutcome& o) {
+        return [&, e = o.error()](int32_t code, V entries) { failedEntries.push_back(entries), e(code); };
+    };
+    const auto ok = [](CallOutcome& o) { return [s = o.success()](const auto&...) { s(); }; };
+    const std::string diag = "Parameter Error, ", kv = ",code:34210";
     struct Operation {
-        const char* name;
-        // Calls the operation with the hostile value in every ZMValue argument.
-        std::function<void(ZMChatRoomClient&, const ZMValue&, Refusal&)> call;
-        // The lines written, given the rendered hostile value.
-        std::function<Lines(const std::string&)> lines;
-        bool failedEntries = false;  // the error callback also receives the failed entries
+        std::function<void(V, CallOutcome&)> call;
+        size_t lineCount, renderings;  // lines written, and how often they show a deep value
+        std::string tag, before, after;  // the last line: its tag and the text around the value
     };
-    const auto join = [](const char* existed) {
-        return [existed](const std::string& r) {
-            return Lines{
-                tagged(ZM_A_JION_CHATROOM_T, 4, joined("room_id:", r, ",existed:", existed, ",count:10,joinMode:0")),
-                kNotAString, tagged(ZM_A_JION_CHATROOM_R, 2, joined("code:34210,room_id:", r))};
-        };
-    };
-    const auto setEntry = [](const char* overwrite) {
-        return [overwrite](const std::string& r) {
-            return Lines{tagged(ZM_A_SET_CHATROOM_KV_T, 4,
-                                joined("room_id:", r, ",key:", r, ",value:", r, ",overwrite:", overwrite,
-                                       ",notify:1,auto_del:0")),
-                         kNotAString,
-                         parameterError("setChatRoomStatus:key:value:overwrite:sendNotification:autoDelete:"
-                                        "notificationExtra:success:error:",
-                                        "chatroomId", r)};
-        };
-    };
-    const auto removeEntry = [](const char* overwrite) {
-        return [overwrite](const std::string& r) {
-            return Lines{tagged(ZM_A_REMOVE_CHATROOM_KV_T, 4,
-                                joined("room_id:", r, ",key:", r, ",overwrite:", overwrite, ",notify:1")),
-                         kNotAString,
-                         parameterError("removeChatRoomStatus:key:overwrite:sendNotification:notificationExtra:"
-                                        "success:error:",
-                                        "chatroomId", r),
-                         tagged(ZM_A_REMOVE_CHATROOM_KV_R, 4, joined("room_id:", r, ",code:34210"))};
-        };
-    };
+    const std::string join = "code:34210,room_id:";
+    const std::string kvSet =
+        diag + "setChatRoomStatus:key:value:overwrite:sendNotification:autoDelete:notificationExtra:success:error:, chatroomId:";
     const std::vector<Operation> operations = {
-        {"joinChatRoom", [](auto& c, const ZMValue& v, Refusal& o) { c.joinChatRoom(v, 10, o.success(), o.error()); },
-         join("0")},
-        {"joinExistChatRoom", [](auto& c, const ZMValue& v, Refusal& o) {
-             c.joinExistChatRoom(v, 10, o.success(), o.error());
-         }, join("1")},
-        {"joinExistChatRoom with the response", [](auto& c, const ZMValue& v, Refusal& o) {
-             c.joinExistChatRoom(v, 10, o.unexpected<std::shared_ptr<ZMJoinChatRoomResponse>>(), o.error());
-         }, join("1")},
-        {"quitChatRoom", [](auto& c, const ZMValue& v, Refusal& o) { c.quitChatRoom(v, o.success(), o.error()); },
-         [](const std::string& r) {
-             return Lines{tagged(ZM_A_QUIT_CHATROOM_T, 4, joined("room_id:", r)), kNotAString,
-                          tagged(ZM_A_QUIT_CHATROOM_R, 2, joined("code:33003,room_id:", r))};
-         }},
-        {"getChatRoomInfo", [](auto& c, const ZMValue& v, Refusal& o) {
-             c.getChatRoomInfo(v, 10, 1, o.unexpected<std::shared_ptr<ZMChatRoomInfo>>(), o.error());
-         }, [](const std::string& r) {
-             return Lines{kNotAString, parameterError("getChatRoomInfo:count:order:success:error:", "targetId", r)};
-         }},
-        {"getRemoteChatroomHistoryMessages", [](auto& c, const ZMValue& v, Refusal& o) {
-             using Page = std::vector<std::shared_ptr<ZMMessage>>;
-             c.getRemoteChatroomHistoryMessages(v, 0, 10, 0, o.unexpected<Page, int64_t>(), o.error());
-         }, [](const std::string& r) {
-             return Lines{kNotAString,
-                          parameterError("getRemoteChatroomHistoryMessages:recordTime:count:order:success:error:",
-                                         "targetId", r)};
-         }},
-        {"bindChatRoom", [](auto& c, const ZMValue& v, Refusal& o) { c.bindChatRoom(v, v, o.success(), o.error()); },
-         [](const std::string& r) {
-             return Lines{kNotAString, parameterError("bindChatRoom:withRTCRoom:success:error:", "chatRoomId", r)};
-         }},
-        {"setChatRoomEntry", [](auto& c, const ZMValue& v, Refusal& o) {
-             c.setChatRoomEntry(v, v, v, true, false, v, o.success(), o.error());
-         }, setEntry("0")},
-        {"forceSetChatRoomEntry", [](auto& c, const ZMValue& v, Refusal& o) {
-             c.forceSetChatRoomEntry(v, v, v, true, false, v, o.success(), o.error());
-         }, setEntry("1")},
-        {"removeChatRoomEntry", [](auto& c, const ZMValue& v, Refusal& o) {
-             c.removeChatRoomEntry(v, v, true, v, o.success(), o.error());
-         }, removeEntry("0")},
-        {"forceRemoveChatRoomEntry", [](auto& c, const ZMValue& v, Refusal& o) {
-             c.forceRemoveChatRoomEntry(v, v, true, v, o.success(), o.error());
-         }, removeEntry("1")},
-        {"getChatRoomEntry", [](auto& c, const ZMValue& v, Refusal& o) {
-             c.getChatRoomEntry(v, v, o.unexpected<ZMValue>(), o.error());
-         }, [](const std::string& r) {
-             return Lines{tagged(ZM_A_GET_CHATROOM_KV_T, 4, joined("room_id:", r, ",key:", r)), kNotAString,
-                          parameterError("getChatRoomEntry:key:success:error:", "chatroomId", r),
-                          tagged(ZM_A_GET_CHATROOM_KV_R, 4, joined("room_id:", r, ",code:34210"))};
-         }},
-        {"setChatRoomEntries", [](auto& c, const ZMValue& v, Refusal& o) {
-             c.setChatRoomEntries(v, v, false, false, o.success(), o.entriesError());
-         }, [](const std::string& r) {
-             return Lines{kNotAString,
-                          parameterError("setChatRoomEntries:entries:isForce:autoDelete:success:error:", "chatroomId", r),
-                          tagged(ZM_A_SET_CHATROOM_KVS_R, 4, joined("room_id:", r, ",code:34210"))};
-         }, true},
-        {"removeChatRoomEntries", [](auto& c, const ZMValue& v, Refusal& o) {
-             c.removeChatRoomEntries(v, v, true, o.success(), o.entriesError());
-         }, [](const std::string& r) {
-             return Lines{tagged(ZM_A_REMOVE_CHATROOM_KVS_T, 4, joined("room_id:", r, ",overwrite:1")), kNotAString,
-                          parameterError("removeChatRoomEntries:keys:isForce:success:error:", "chatroomId", r),
-                          tagged(ZM_A_REMOVE_CHATROOM_KVS_R, 4, joined("room_id:", r, ",code:34210"))};
-         }, true},
+        {[&](V v, auto& o) { client.joinChatRoom(v, 10, o.success(), o.error()); }, 3, 2, ZM_A_JION_CHATROOM_R, join, ""},
+        {[&](V v, auto& o) { client.joinExistChatRoom(v, 10, o.success(), o.error()); }, 3, 2, ZM_A_JION_CHATROOM_R, join,
+         ""},
+        {[&](V v, auto& o) { client.joinExistChatRoom(v, 10, ZMJoinSuccessBlock(ok(o)), o.error()); }, 3, 2,
+         ZM_A_JION_CHATROOM_R, join, ""},
+        {[&](V v, auto& o) { client.quitChatRoom(v, o.success(), o.error()); }, 3, 2, ZM_A_QUIT_CHATROOM_R,
+         "code:33003,room_id:", ""},  // the line keeps the historical code
+        {[&](V v, auto& o) { client.getChatRoomInfo(v, 10, 1, ok(o), o.error()); }, 2, 1, kClientTag,
+         diag + "getChatRoomInfo:count:order:success:error:, targetId:", ""},
+        {[&](V v, auto& o) { client.getRemoteChatroomHistoryMessages(v, 0, 10, 0, ok(o), o.error()); }, 2, 1, kClientTag,
+         diag + "getRemoteChatroomHistoryMessages:recordTime:count:order:success:error:, targetId:", ""},
+        {[&](V v, auto& o) { client.bindChatRoom(v, v, o.success(), o.error()); }, 2, 1, kClientTag,
+         diag + "bindChatRoom:withRTCRoom:success:error:, chatRoomId:", ""},
+        {[&](V v, auto& o) { client.setChatRoomEntry(v, v, v, true, false, v, o.success(), o.error()); }, 3, 4, kClientTag,
+         kvSet, ""},
+        {[&](V v, auto& o) { client.forceSetChatRoomEntry(v, v, v, true, false, v, o.success(), o.error()); }, 3, 4,
+         kClientTag, kvSet, ""},
+        {[&](V v, auto& o) { client.removeChatRoomEntry(v, v, true, v, o.success(), o.error()); }, 4, 4,
+         ZM_A_REMOVE_CHATROOM_KV_R, "room_id:", kv},
+        {[&](V v, auto& o) { client.forceRemoveChatRoomEntry(v, v, true, v, o.success(), o.error()); }, 4, 4,
+         ZM_A_REMOVE_CHATROOM_KV_R, "room_id:", kv},
+        {[&](V v, auto& o) { client.getChatRoomEntry(v, v, ok(o), o.error()); }, 4, 4, ZM_A_GET_CHATROOM_KV_R, "room_id:", kv},
+        {[&](V v, auto& o) { client.setChatRoomEntries(v, v, false, false, o.success(), entriesError(o)); }, 3, 2,
+         ZM_A_SET_CHATROOM_KVS_R, "room_id:", kv},
+        {[&](V v, auto& o) { client.removeChatRoomEntries(v, v, true, o.success(), entriesError(o)); }, 4, 3,
+         ZM_A_REMOVE_CHATROOM_KVS_R, "room_id:", kv},
         // The keys' JSON text is written before any check: too deep for JSON, it is empty.
-        {"getChatRoomEntriesByBatch", [](auto& c, const ZMValue& v, Refusal& o) {
-             c.getChatRoomEntriesByBatch(v, v, o.unexpected<ZMValue>(), o.error());
-         }, [](const std::string& r) {
-             return Lines{tagged(ZM_A_GET_CHATROOM_BATCH_KV_T, 4, joined("room_id:", r, ",keys:")), kNotAString,
-                          parameterError("getChatRoomEntriesByBatch:keys:success:error:", "chatroomId", r),
-                          tagged(ZM_A_GET_CHATROOM_BATCH_KV_R, 4, joined("room_id:", r, ",code:34210"))};
-         }},
-        {"getAllChatRoomEntries", [](auto& c, const ZMValue& v, Refusal& o) {
-             c.getAllChatRoomEntries(v, o.unexpected<ZMValue>(), o.error());
-         }, [](const std::string& r) {
-             return Lines{tagged(ZM_A_GET_CHATROOM_ALL_KV_T, 4, joined("room_id:", r)), kNotAString,
-                          parameterError("getAllChatRoomEntries:success:error:", "chatroomId", r),
-                          tagged(ZM_A_GET_CHATROOM_ALL_KV_R, 4, joined("room_id:", r, ",code:34210"))};
-         }},
-    };
-
-    for (bool dictionaries : {false, true}) {
-        const ZMValue hostile = nestedValue(kHostileDepth, dictionaries);
-        // Log lines show the first 64 levels.
-        const std::string rendered = cutShortText(64, dictionaries);
-        for (const auto& operation : operations) {
-            SCOPED_TRACE(std::string(operation.name) + (dictionaries ? " with dictionaries" : " with arrays"));
+        {[&](V v, auto& o) { client.getChatRoomEntriesByBatch(v, v, ok(o), o.error()); }, 4, 3,
+         ZM_A_GET_CHATROOM_BATCH_KV_R, "room_id:", kv},
+        {[&](V v, auto& o) { client.getAllChatRoomEntries(v, ok(o), o.error()); }, 4, 3, ZM_A_GET_CHATROOM_ALL_KV_R,
+         "room_id:", kv}};
+    std::vector<std::pair<ZMValue, std::string>> badIds = {
+        {nullptr, "(null)"}, {"", ""}, {std::string(65, 'x'), std::string(65, 'x')}, {12, "12"}};
+    for (bool dictionaries : {false, true}) {  // moved in: copying recurses once per level
+        badIds.emplace_back(nestedValue(10000, dictionaries), cutShortText(64, dictionaries));
+    }
+    for (size_t i = 0; i < operations.size(); ++i) {
+        const Operation& op = operations[i];
+        for (const auto& [badId, rendered] : badIds) {
+            SCOPED_TRACE(::testing::Message() << "operation " << i << " with " << rendered.substr(0, 70));
             core.logger().clear();
-            Refusal refusal;
-            runOnSmallStack([&] { operation.call(client, hostile, refusal); });
-            settle();
-            EXPECT_EQ(refusal.codes, std::vector<int32_t>{ZMErrorInvalidParameter});
-            EXPECT_EQ(refusal.successes, 0);
-            EXPECT_EQ(refusal.failedEntries,
-                      operation.failedEntries ? std::vector<ZMValue>{ZMValue::object()} : std::vector<ZMValue>{});
-            EXPECT_EQ(core.logger().lines(), operation.lines(rendered));
-            EXPECT_TRUE(core.requests().empty());
+            failedEntries.clear();
+            CallOutcome o;
+            runOnSmallStack([&, &badId = badId] {
+                o.caller = std::this_thread::get_id();
+                op.call(badId, o);
+                o.returned = true;
+            });
+            EXPECT_EQ(std::tuple(o.errors.load(), o.successes.load(), o.code.load(), o.onCallerThread.load(),
+                                 o.beforeReturn.load()), std::tuple(1, 0, ZMErrorInvalidParameter, true, true));
+            EXPECT_EQ(failedEntries, std::vector<ZMValue>(i == 12 || i == 13, ZMValue::object()));
+            const auto written = core.logger().lines();
+            ASSERT_EQ(written.size(), op.lineCount);
+            const bool diagnostic = op.tag == kClientTag;
+            EXPECT_EQ(written.back(), (ZMLogLine{op.after.empty() ? 2 : 4, diagnostic ? ZMLogTypeDiagnostic
+                                                 : ZMLogTypeOperation, op.tag, op.before + rendered + op.after}));
+            if (rendered.size() < 100) continue;
+            size_t shown = 0;
+            for (const auto& line : written) {
+                for (auto at = line.text.find(rendered); at != std::string::npos; at = line.text.find(rendered, at + 1)) {
+                    ++shown;
+                }
+            }
+            EXPECT_EQ(shown, op.renderings);
         }
     }
+    // A join mode other than 0 or 1 is refused too, once the room id passed.
+    for (const auto& [room, mode, code, text] : std::vector<std::tuple<std::string, int32_t, int32_t, std::string>>{
+             {"r1", 2, ZMErrorInvalidJoinMode, "code:34258,mode:2"},
+             {"r1", -1, ZMErrorInvalidJoinMode, "code:34258,mode:-1"},
+             {"", 2, ZMErrorInvalidParameter, "code:34210,room_id:"}}) {
+        SCOPED_TRACE(text);
+        core.logger().clear();
+        CallOutcome o;
+        ZMChatRoomClientTestPeer::join(room, 10, mode, o.error());
+        o.returned = true;
+        EXPECT_EQ(std::tuple(o.errors.load(), o.code.load(), o.beforeReturn.load()), std::tuple(1, code, true));
+        EXPECT_EQ(logged(ZM_A_JION_CHATROOM_R), lines(ZM_A_JION_CHATROOM_R, 2, {text}));
+    }
+    settle();
+    EXPECT_TRUE(core.requests().empty());
+    EXPECT_TRUE(status->events.events().empty());
+    EXPECT_EQ(client.syncKVChatRoomDict().count(), 0u);
 }

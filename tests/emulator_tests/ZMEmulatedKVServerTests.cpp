@@ -1,11 +1,5 @@
+// The emulated server side of the chat-room key-value store.
 #include <algorithm>
-#include <functional>
-#include <optional>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include <Platform/ZMMainQueue.h>
 
@@ -13,180 +7,122 @@
 
 namespace {
 
-using Strings = std::vector<std::string>;
 using FirstSync = ZMCoreEmulator::KVFirstSync;
+using RoomStep = std::function<void(const std::string& room)>;
+const ZMValue kNone = ZMValue::object();
+const ZMValue kUntouched = {{"mine", "m"}, {"theirs", "t"}};
+
+std::string kv(const std::string& room, const ZMValue& updated, const ZMValue& removed) {
+    return "kv:" + room + ":" + updated.dump() + ":" + removed.dump();
+}
+// Expected lines written once for every row: "%" stands for the row's room.
+Strings withRoom(Strings lines, const std::string& room) {
+    for (auto& line : lines) {
+        if (auto at = line.find('%'); at != std::string::npos) line.replace(at, 1, room);
+    }
+    return lines;
+}
 
 // Talks to the emulated service the way the module does and records what the
 // module would hear, in delivery order: answers as "answer[:arguments]",
-// pushes as "sync:<room>" and "kv:<room>:<updated>:<removed>".
+// pushes as "sync:<room>" and "kv:<room>:<updated>:<removed>". Each test
+// starts from the emulator's reset (ZMTestMain), rooms empty.
 class KVServerTest : public ::testing::Test {
 protected:
     ZMEventRecorder heard;
 
-    // Rooms outlive a test in the process-wide emulator: every test names its
-    // rooms afresh, so that repeated runs in one process start from empty rooms.
-    std::string named(const std::string& room) const { return prefix_ + room; }
-
     void SetUp() override {
-        emulator().clearRules();
-        emulator().setKVServerModelEnabled(true);
         emulator().setKVFirstSync(FirstSync::Never);
-        emulator().setKVRoomCapacity(100);
-        emulator().setChatroomKVStorageEnabled(true);
-        emulator().setNaviDataAvailable(true);
-        emulator().setCallbackThreadCount(1);
-        emulator().clearKVNotifications();
         service().initChatRoomListener(recording(heard, "sync"), recording(heard, "kv"), nullptr);
     }
     void TearDown() override {
-        // The callbacks record into this fixture: none may run after it.
-        EXPECT_TRUE(emulator().waitUntilIdle());
+        EXPECT_TRUE(emulator().waitUntilIdle());  // the callbacks record into this fixture
         service().initChatRoomListener(nullptr, nullptr, nullptr);
-        // What later tests in the same process expect to find.
-        emulator().setCallbackThreadCount(1);
-        emulator().setKVFirstSync(FirstSync::Immediately);
     }
-
-    // What one step made the module hear, once everything it caused has run.
-    Strings after(const std::function<void()>& step) {
-        heard.clear();
-        step();
-        EXPECT_TRUE(emulator().waitUntilIdle());
-        return heard.events();
-    }
+    Strings hear(const std::function<void()>& step) { return after(heard, step); }
     auto answer() { return recording(heard, "answer"); }
-
-private:
-    inline static int runs_ = 0;
-    const std::string prefix_ = numbered("run", ++runs_) + "-";
-
-protected:
-
     void join(const std::string& room) { service().joinChatroom(room, 10, false, 0, answer()); }
     void quit(const std::string& room) { service().quitChatroom(room, answer()); }
-    void set(const std::string& room, const std::string& key, const std::string& value, bool overwrite = false,
-             bool autoDelete = false, bool notify = false) {
-        service().setChatroomStatus(room, key, value, overwrite, autoDelete, notify, "ZM:chrmKVNotiMsg",
-                                    {'{', '}'}, 0, answer(), answer());
-    }
-    void remove(const std::string& room, const std::string& key, bool overwrite = false, bool notify = false) {
-        service().removeChatRoomStatus(room, key, overwrite, notify, "ZM:chrmKVNotiMsg", {'{', '}'}, 0, answer(),
-                                       answer());
+    void set(const std::string& room, const std::string& key, bool overwrite = false, bool autoDelete = false,
+             bool notify = false, const std::string& value = "v") {
+        service().setChatroomStatus(room, key, value, overwrite, autoDelete, notify, "ZM:chrmKVNotiMsg", {'{', '}'},
+                                    0, answer(), answer());
     }
     // A room the current user is in, holding "mine" (written by the current
     // user) and "theirs" (written by other-user).
     void prepareRoom(const std::string& room) {
-        after([&] { join(room); });
+        hear([&] { join(room); });
         emulator().seedChatRoomEntries(room, {{"mine", "m"}}, emulator().currentUserId());
         emulator().seedChatRoomEntries(room, {{"theirs", "t"}});
     }
-    static std::string kv(const std::string& room, const ZMValue& updated, const ZMValue& removed) {
-        return "kv:" + room + ":" + updated.dump() + ":" + removed.dump();
-    }
-    // Expected lines written once for every row: "%" stands for the row's room.
-    static Strings withRoom(Strings lines, const std::string& room) {
-        for (auto& line : lines) {
-            if (auto at = line.find('%'); at != std::string::npos) line.replace(at, 1, room);
-        }
-        return lines;
-    }
 };
 
-const ZMValue kNone = ZMValue::object();
-
 TEST_F(KVServerTest, SingleWritesAreJudgedBySwitchMembershipOwnershipAndCapacity) {
-    enum Op { kSet, kRemove };
-    const ZMValue kUntouched = {{"mine", "m"}, {"theirs", "t"}};
-    const auto quitFirst = [](const std::string& room) { service().quitChatroom(room, nullptr); };
-    const auto capacityTwo = [](const std::string&) { emulator().setKVRoomCapacity(2); };
+    const RoomStep quitFirst = [](auto& room) { service().quitChatroom(room, nullptr); };
+    const RoomStep capacityTwo = [](auto&) { emulator().setKVRoomCapacity(2); };
     const struct {
         const char* name;
-        Op op;
+        bool isSet;
         std::string key;
         bool overwrite;
         int32_t code;            // 0: applied, answered success and echoed
         std::string echo;        // the echo push: updated:removed
         ZMValue storeAfter;
         std::string ownerAfter;  // of the key; "" when absent
-        std::function<void(const std::string& room)> prepare = {};
+        RoomStep prepare = {};
     } rows[] = {
-        {"set a new key", kSet, "k", false, 0, R"({"k":"v"}:{})", {{"k", "v"}, {"mine", "m"}, {"theirs", "t"}}, "me"},
-        {"set own key without overwrite", kSet, "mine", false, 0, R"({"mine":"v"}:{})",
-         {{"mine", "v"}, {"theirs", "t"}}, "me"},
-        {"set another user's key without overwrite", kSet, "theirs", false, 23423, "", kUntouched, "other-user"},
-        {"set another user's key with overwrite", kSet, "theirs", true, 0, R"({"theirs":"v"}:{})",
+        {"set a new key", 1, "k", 0, 0, R"({"k":"v"}:{})", {{"k", "v"}, {"mine", "m"}, {"theirs", "t"}}, "me"},
+        {"set own key without overwrite", 1, "mine", 0, 0, R"({"mine":"v"}:{})", {{"mine", "v"}, {"theirs", "t"}},
+         "me"},
+        {"set another user's key without overwrite", 1, "theirs", 0, 23423, "", kUntouched, "other-user"},
+        {"set another user's key with overwrite", 1, "theirs", 1, 0, R"({"theirs":"v"}:{})",
          {{"mine", "m"}, {"theirs", "v"}}, "me"},
-        {"set a new key in a full room", kSet, "k", false, 23424, "", kUntouched, "", capacityTwo},
-        {"set an existing key in a full room", kSet, "mine", false, 0, R"({"mine":"v"}:{})",
-         {{"mine", "v"}, {"theirs", "t"}}, "me", capacityTwo},
-        {"set outside the room", kSet, "k", true, 23406, "", kUntouched, "", quitFirst},
-        {"set with the KV switch off", kSet, "k", true, 23426, "", kUntouched, "",
+        {"set a new key in a full room", 1, "k", 0, 23424, "", kUntouched, "", capacityTwo},
+        {"set an existing key in a full room", 1, "mine", 0, 0, R"({"mine":"v"}:{})", {{"mine", "v"}, {"theirs", "t"}},
+         "me", capacityTwo},
+        {"set outside the room", 1, "k", 1, 23406, "", kUntouched, "", quitFirst},
+        {"set with the KV switch off", 1, "k", 1, 23426, "", kUntouched, "",
          [](auto&) { emulator().setChatroomKVStorageEnabled(false); }},
-        {"set without navigation data", kSet, "k", true, 23426, "", kUntouched, "",
+        {"set without navigation data", 1, "k", 1, 23426, "", kUntouched, "",
          [](auto&) { emulator().setNaviDataAvailable(false); }},
-        {"set outside the room with the switch off", kSet, "k", true, 23426, "", kUntouched, "",
-         [&](auto& room) {
-             quitFirst(room);
-             emulator().setChatroomKVStorageEnabled(false);
-         }},
-        {"remove own key", kRemove, "mine", false, 0, R"({}:{"mine":"m"})", {{"theirs", "t"}}, ""},
-        {"remove another user's key without overwrite", kRemove, "theirs", false, 23423, "", kUntouched,
-         "other-user"},
-        {"remove another user's key with overwrite", kRemove, "theirs", true, 0, R"({}:{"theirs":"t"})",
-         {{"mine", "m"}}, ""},
-        {"remove a missing key", kRemove, "k", true, 23425, "", kUntouched, ""},
-        {"remove outside the room", kRemove, "mine", true, 23406, "", kUntouched, "me", quitFirst},
+        {"set outside the room with the switch off", 1, "k", 1, 23426, "", kUntouched, "",
+         [&](auto& room) { quitFirst(room), emulator().setChatroomKVStorageEnabled(false); }},
+        {"remove own key", 0, "mine", 0, 0, R"({}:{"mine":"m"})", {{"theirs", "t"}}, ""},
+        {"remove another user's key without overwrite", 0, "theirs", 0, 23423, "", kUntouched, "other-user"},
+        {"remove another user's key with overwrite", 0, "theirs", 1, 0, R"({}:{"theirs":"t"})", {{"mine", "m"}}, ""},
+        {"remove a missing key", 0, "k", 1, 23425, "", kUntouched, ""},
+        {"remove outside the room", 0, "mine", 1, 23406, "", kUntouched, "me", quitFirst},
     };
     emulator().setCurrentUserId("me");
     int index = 0;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const std::string room = named(numbered("single-", index++));
+        const std::string room = numbered("single-", index++);
         prepareRoom(room);
         if (row.prepare) row.prepare(room);
         emulator().clearKVNotifications();
-        const Strings heardNow = after([&] {
-            row.op == kSet ? set(room, row.key, "v", row.overwrite, false, true)
-                           : remove(room, row.key, row.overwrite, true);
+        const Strings heardNow = hear([&] {
+            if (row.isSet) return set(room, row.key, row.overwrite, false, true);
+            service().removeChatRoomStatus(room, row.key, row.overwrite, true, "ZM:chrmKVNotiMsg", {'{', '}'}, 0,
+                                           answer(), answer());
         });
         emulator().setKVRoomCapacity(100);
         emulator().setChatroomKVStorageEnabled(true);
         emulator().setNaviDataAvailable(true);
-
-        const Strings expected = row.code ? Strings{"answer:" + std::to_string(row.code)}
-                                          : Strings{"answer", "kv:" + room + ":" + row.echo};
-        EXPECT_EQ(heardNow, expected);
+        const Strings applied = {"answer", "kv:" + room + ":" + row.echo};
+        EXPECT_EQ(heardNow, row.code ? Strings{numbered("answer:", row.code)} : applied);
         EXPECT_EQ(emulator().chatRoomEntries(room), row.storeAfter);
         EXPECT_EQ(emulator().chatRoomEntryOwner(room, row.key).value_or(""), row.ownerAfter);
         // The notification goes out with an applied write only.
-        const auto notifications = emulator().kvNotifications();
-        if (row.code) {
-            EXPECT_TRUE(notifications.empty());
-        } else {
-            EXPECT_EQ(notifications, (std::vector<ZMKVNotification>{{room, "ZM:chrmKVNotiMsg", "{}"}}));
-        }
+        using Notes = std::vector<ZMKVNotification>;
+        EXPECT_EQ(emulator().kvNotifications(), row.code ? Notes{} : (Notes{{room, "ZM:chrmKVNotiMsg", "{}"}}));
     }
-    // Without sendNotification nothing is kept; a write is owned by the
-    // current user, whoever that is.
-    emulator().setCurrentUserId("emulator-user");
-    const std::string quiet = named("single-quiet");
-    after([&] { join(quiet); });
-    emulator().clearKVNotifications();
-    EXPECT_EQ(after([&] { set(quiet, "k", "v"); }), (Strings{"answer", kv(quiet, {{"k", "v"}}, kNone)}));
-    EXPECT_TRUE(emulator().kvNotifications().empty());
-    EXPECT_EQ(emulator().chatRoomEntryOwner(quiet, "k"), "emulator-user");
 }
 
 TEST_F(KVServerTest, BatchWritesJudgeEveryEntryInKeyOrderAndEchoOnlyTheAppliedOnes) {
-    const struct {
-        const char* name;
-        bool isSet;
-        ZMValue argument;  // entries or keys
-        bool overwrite;
-        bool inRoom;
-        Strings heard;     // "%" is the room
-        ZMValue storeAfter;
-    } rows[] = {
+    // argument: the entries or keys; in: whether the user is in the room; heard: "%" is the room.
+    const struct { const char* name; bool isSet; ZMValue argument; bool overwrite, in; Strings heard; ZMValue after; }
+        rows[] = {
         // Capacity 4: "a" and "c" fill the room, "d" finds it full; "d" comes
         // before "theirs", so its code is the request's.
         {"set with failures", true, {{"a", "1"}, {"theirs", "2"}, {"c", "3"}, {"d", "4"}}, false, true,
@@ -195,129 +131,86 @@ TEST_F(KVServerTest, BatchWritesJudgeEveryEntryInKeyOrderAndEchoOnlyTheAppliedOn
         {"set, all applied", true, {{"mine", "1"}, {"theirs", "2"}}, true, true,
          {"answer", R"(kv:%:{"mine":"1","theirs":"2"}:{})"}, {{"mine", "1"}, {"theirs", "2"}}},
         {"set, nothing applied", true, {{"theirs", "2"}}, false, true, {R"(answer:23423:{"theirs":23423})"},
-         {{"mine", "m"}, {"theirs", "t"}}},
-        {"set outside the room", true, {{"a", "1"}, {"b", "2"}}, true, false,
-         {R"(answer:23406:{"a":23406,"b":23406})"}, {{"mine", "m"}, {"theirs", "t"}}},
+         kUntouched},
+        {"set outside the room", true, {{"a", "1"}, {"b", "2"}}, true, false, {R"(answer:23406:{"a":23406,"b":23406})"},
+         kUntouched},
         {"remove with failures", false, {"zz", "theirs", "mine", "mine"}, false, true,
          {R"(answer:23423:{"theirs":23423,"zz":23425})", R"(kv:%:{}:{"mine":"m"})"}, {{"theirs", "t"}}},
         {"remove, all applied", false, {"theirs", "mine"}, true, true,
-         {"answer", R"(kv:%:{}:{"mine":"m","theirs":"t"})"}, ZMValue::object()},
-        {"remove outside the room", false, {"mine"}, true, false, {R"(answer:23406:{"mine":23406})"},
-         {{"mine", "m"}, {"theirs", "t"}}},
-        {"remove no key outside the room", false, ZMValue::array(), true, false, {"answer:23406:{}"},
-         {{"mine", "m"}, {"theirs", "t"}}},
+         {"answer", R"(kv:%:{}:{"mine":"m","theirs":"t"})"}, kNone},
+        {"remove outside the room", false, {"mine"}, true, false, {R"(answer:23406:{"mine":23406})"}, kUntouched},
+        {"remove no key outside the room", false, ZMValue::array(), true, false, {"answer:23406:{}"}, kUntouched},
     };
     emulator().setKVRoomCapacity(4);
     int index = 0;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const std::string room = named(numbered("batch-", index++));
+        const std::string room = numbered("batch-", index++);
         prepareRoom(room);
-        if (!row.inRoom) after([&] { quit(room); });
-        const auto write = [&] {
-            auto& ps = service();
-            if (row.isSet) return ps.setChatRoomEntries(room, row.argument, row.overwrite, false, answer(), answer());
-            ps.removeChatRoomEntries(room, row.argument, row.overwrite, answer(), answer());
-        };
-        EXPECT_EQ(after(write), withRoom(row.heard, room));
-        EXPECT_EQ(emulator().chatRoomEntries(room), row.storeAfter);
+        if (!row.in) hear([&] { quit(room); });
+        auto& ps = service();
+        const auto& [what, overwrite] = std::pair(row.argument, row.overwrite);
+        EXPECT_EQ(hear([&] {
+                      if (row.isSet) return ps.setChatRoomEntries(room, what, overwrite, false, answer(), answer());
+                      ps.removeChatRoomEntries(room, what, overwrite, answer(), answer());
+                  }),
+                  withRoom(row.heard, room));
+        EXPECT_EQ(emulator().chatRoomEntries(room), row.after);
     }
 }
 
-TEST_F(KVServerTest, ReadsAnswerFromTheStoreToMembersOnly) {
-    const std::string room = named("reads");
-    prepareRoom(room);
-    const struct {
-        const char* name;
-        std::function<void()> read;
-        std::string answer;
-    } rows[] = {
-        {"one entry", [&] { service().getChatRoomEntry(room, "mine", answer(), answer()); }, R"(answer:{"mine":"m"})"},
-        {"a missing entry", [&] { service().getChatRoomEntry(room, "k", answer(), answer()); }, "answer:23425"},
-        {"a batch", [&] { service().getChatRoomEntriesByBatch(room, {"theirs", "k"}, answer(), answer()); },
-         R"(answer:{"theirs":"t"})"},
-        {"all, synchronised", [&] { service().getAllChatRoomEntries(room, true, answer(), answer()); },
-         R"(answer:{"mine":"m","theirs":"t"})"},
-        {"all, not synchronised", [&] { service().getAllChatRoomEntries(room, false, answer(), answer()); },
-         R"(answer:{"mine":"m","theirs":"t"})"},
-    };
-    for (const auto& row : rows) EXPECT_EQ(after(row.read), Strings{row.answer}) << row.name;
-    emulator().setChatroomKVStorageEnabled(false);
-    for (const auto& row : rows) EXPECT_EQ(after(row.read), Strings{"answer:23426"}) << row.name;
-    emulator().setChatroomKVStorageEnabled(true);
-    after([&] { quit(room); });
-    for (const auto& row : rows) EXPECT_EQ(after(row.read), Strings{"answer:23406"}) << row.name;
-}
-
 TEST_F(KVServerTest, LeavingEndsMembershipAndDropsTheUsersAutoDeleteEntries) {
-    const struct {
-        const char* name;
-        std::function<void(const std::string& room)> leave;
-        Strings heard;  // "%" is the room
-        ZMValue storeAfter;
-    } rows[] = {
+    const ZMValue kept = {{"c", "3"}, {"mine", "m"}, {"other-auto", "x"}, {"theirs", "t"}};
+    const struct { const char* name; RoomStep leave; Strings heard; ZMValue storeAfter; } rows[] = {
         // The removal is pushed once, after the quit's answer.
-        {"quit", [&](auto& room) { quit(room); }, {"answer:0", R"(kv:%:{}:{"a":"1","b":"2"})"},
-         {{"c", "3"}, {"mine", "m"}, {"other-auto", "x"}, {"theirs", "t"}}},
-        {"logout", [](auto&) { emulator().logout(); }, {},
-         {{"c", "3"}, {"mine", "m"}, {"other-auto", "x"}, {"theirs", "t"}}},
-        {"room destroyed", [](auto& room) { emulator().raiseRoomDestroyed(room, 0); }, {}, ZMValue::object()},
+        {"quit", [&](auto& room) { quit(room); }, {"answer:0", R"(kv:%:{}:{"a":"1","b":"2"})"}, kept},
+        {"logout", [](auto&) { emulator().logout(); }, {}, kept},
+        {"room destroyed", [](auto& room) { emulator().raiseRoomDestroyed(room, 0); }, {}, kNone},
     };
-    int index = 0;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const std::string room = named(numbered("leave-", index++));
+        const std::string room = numbered("leave-", &row - rows);
         prepareRoom(room);
         // Another user's autoDelete entry stays when the current user leaves.
         emulator().setCurrentUserId("someone");
-        after([&] { set(room, "other-auto", "x", false, true); });
+        hear([&] { set(room, "other-auto", false, true, false, "x"); });
         emulator().setCurrentUserId("emulator-user");
-        after([&] {
+        hear([&] {
             service().setChatRoomEntries(room, {{"a", "1"}, {"b", "2"}}, false, true, nullptr, nullptr);
-            set(room, "c", "3", false, false);
+            set(room, "c", false, false, false, "3");
         });
-        EXPECT_EQ(after([&] { row.leave(room); }), withRoom(row.heard, room));
+        EXPECT_EQ(hear([&] { row.leave(room); }), withRoom(row.heard, room));
         EXPECT_EQ(emulator().chatRoomEntries(room), row.storeAfter);
-        EXPECT_EQ(after([&] { set(room, "k", "v"); }), Strings{"answer:23406"});
-        // Pushes reach members only.
-        EXPECT_EQ(after([&] { emulator().changeChatRoomEntries(room, {{"mine", "n"}}); }), Strings{});
+        EXPECT_EQ(hear([&] { set(room, "k"); }), Strings{"answer:23406"});
     }
 }
 
 TEST_F(KVServerTest, TheFirstSynchronisationFollowsASuccessfulJoinAnswerAsConfigured) {
     auto& mainQueue = ZMMainQueue::shared();
-    const struct {
-        const char* name;
-        FirstSync mode;
-        double delay;
-        int32_t joinCode;
-        bool existingOnly;
-        Strings heardAtJoin;   // "%" is the room
-        Strings heardLater;    // after the main queue's clock reached the delay
-    } rows[] = {
+    // existing: joinExistingChatroom; "%" is the room; later: once the main queue's clock reached the delay.
+    const struct { const char* name; FirstSync mode; double delay; int32_t code; bool existing; Strings atJoin, later; }
+        rows[] = {
         {"immediately", FirstSync::Immediately, 0, 0, false, {"answer:0:{}", "sync:%"}, {}},
         {"immediately after a reset", FirstSync::Immediately, 0, 33009, true, {"answer:33009:{}", "sync:%"}, {}},
         {"never", FirstSync::Never, 0, 0, false, {"answer:0:{}"}, {}},
         {"after a delay", FirstSync::AfterDelay, 1.5, 0, true, {"answer:0:{}"}, {"sync:%"}},
         {"not after a failed join", FirstSync::Immediately, 0, 23410, false, {"answer:23410:{}"}, {}},
     };
-    int index = 0;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const std::string room = named(numbered("sync-", index++));
+        const std::string room = numbered("sync-", &row - rows);
         emulator().setKVFirstSync(row.mode, row.delay);
-        const std::string operation = row.existingOnly ? "joinExistingChatroom" : "joinChatroom";
-        emulator().setRule(operation, ZMCoreAnswer::failure(row.joinCode));
-        const auto joinRoom = [&] {
-            if (row.existingOnly) return service().joinExistingChatroom(room, 10, false, 0, answer());
-            join(room);
-        };
-        EXPECT_EQ(after(joinRoom), withRoom(row.heardAtJoin, room));
-        EXPECT_EQ(after([&] { mainQueue.advance(1.25); }), Strings{});
-        EXPECT_EQ(after([&] { mainQueue.advance(0.25); }), withRoom(row.heardLater, room));
+        emulator().setRule(row.existing ? "joinExistingChatroom" : "joinChatroom", ZMCoreAnswer::failure(row.code));
+        EXPECT_EQ(hear([&] {
+                      if (row.existing) return service().joinExistingChatroom(room, 10, false, 0, answer());
+                      join(room);
+                  }),
+                  withRoom(row.atJoin, room));
+        EXPECT_EQ(hear([&] { mainQueue.advance(1.25); }), Strings{});
+        EXPECT_EQ(hear([&] { mainQueue.advance(0.25); }), withRoom(row.later, room));
         EXPECT_EQ(mainQueue.activeTimerCount(), 0u);
         // Membership came from the join answer, whoever gave it.
-        EXPECT_EQ(after([&] { set(room, "k", "v"); }).front(), row.joinCode == 23410 ? "answer:23406" : "answer");
+        EXPECT_EQ(hear([&] { set(room, "k"); }).front(), row.code == 23410 ? "answer:23406" : "answer");
         emulator().clearRules();
     }
 }
@@ -325,26 +218,23 @@ TEST_F(KVServerTest, TheFirstSynchronisationFollowsASuccessfulJoinAnswerAsConfig
 TEST_F(KVServerTest, AFirstSynchronisationStillDueIsDroppedWhenTheUserLeavesOrTheModelIsSwitchedOff) {
     auto& mainQueue = ZMMainQueue::shared();
     emulator().setKVFirstSync(FirstSync::AfterDelay, 2);
-    const std::function<void(const std::string&)> cancels[] = {
-        [&](auto& room) { quit(room); },
-        [](auto&) { emulator().logout(); },
+    const RoomStep cancels[] = {
+        [&](auto& room) { quit(room); }, [](auto&) { emulator().logout(); },
         [](auto& room) { emulator().raiseRoomDestroyed(room, 0); },
         [](auto&) { emulator().setKVServerModelEnabled(false); },
-        // Joining again starts over: only the new stay's push comes, 2 s after it.
-        [&](auto& room) { join(room); },
+        [&](auto& room) { join(room); },  // joining again starts over: only the new stay's push comes, 2 s after it
     };
-    int index = 0;
-    for (const auto& cancel : cancels) {
+    for (int index = 0; index < 5; ++index) {
         SCOPED_TRACE(index);
-        const std::string room = named(numbered("due-", index++));
-        after([&] { join(room); });
+        const std::string room = numbered("due-", index);
+        const bool rejoined = index == 4;
+        hear([&] { join(room); });
         EXPECT_EQ(mainQueue.activeTimerCount(), 1u);
-        after([&] { mainQueue.advance(1); });
-        after([&] { cancel(room); });
-        const bool rejoined = index == 5;
+        hear([&] { mainQueue.advance(1); });
+        hear([&] { cancels[index](room); });
         EXPECT_EQ(mainQueue.activeTimerCount(), rejoined ? 1u : 0u);
-        EXPECT_EQ(after([&] { mainQueue.advance(1); }), Strings{});
-        EXPECT_EQ(after([&] { mainQueue.advance(1); }), rejoined ? Strings{"sync:" + room} : Strings{});
+        EXPECT_EQ(hear([&] { mainQueue.advance(1); }), Strings{});
+        EXPECT_EQ(hear([&] { mainQueue.advance(1); }), rejoined ? Strings{"sync:" + room} : Strings{});
         emulator().setKVServerModelEnabled(true);
     }
     // Left and joined again from inside the join's own answer, before its
@@ -352,106 +242,99 @@ TEST_F(KVServerTest, AFirstSynchronisationStillDueIsDroppedWhenTheUserLeavesOrTh
     emulator().setRule("joinChatroom", [](const ZMCoreRequest& request) -> std::optional<ZMCoreAnswer> {
         return ZMCoreAnswer::success({{"first", request.id}});
     });
-    const std::string inside = named("due-inside");
-    after([&] {
-        service().joinChatroom(inside, 10, false, 0, [inside](int32_t, const ZMValue& result) {
+    hear([&] {
+        service().joinChatroom("inside", 10, false, 0, [](int32_t, const ZMValue& result) {
             if (!result.contains("first")) return;
-            service().quitChatroom(inside, nullptr);
+            service().quitChatroom("inside", nullptr);
             emulator().setRule("joinChatroom", ZMCoreAnswer::success());
-            service().joinChatroom(inside, 10, false, 0, nullptr);
+            service().joinChatroom("inside", 10, false, 0, nullptr);
         });
     });
     EXPECT_EQ(mainQueue.activeTimerCount(), 1u);
-    EXPECT_EQ(after([&] { mainQueue.advance(2); }), Strings{"sync:" + inside});
+    EXPECT_EQ(hear([&] { mainQueue.advance(2); }), Strings{"sync:inside"});
     emulator().clearRules();
-
     // A held join makes the user a member when it is answered, by hand too.
     emulator().setKVFirstSync(FirstSync::Immediately);
     emulator().holdRequests("joinChatroom");
-    const std::string held = named("due-held");
-    EXPECT_EQ(after([&] { join(held); }), Strings{});
-    EXPECT_EQ(after([&] { set(held, "k", "v"); }), Strings{"answer:23406"});
-    EXPECT_EQ(after([&] { emulator().answer(emulator().heldRequests().at(0).id, ZMCoreAnswer::success()); }),
-              (Strings{"answer:0:{}", "sync:" + held}));
-    EXPECT_EQ(after([&] { set(held, "k", "v"); }).front(), "answer");
+    EXPECT_EQ(hear([&] { join("held"); }), Strings{});
+    EXPECT_EQ(hear([&] { set("held", "k"); }), Strings{"answer:23406"});
+    EXPECT_EQ(hear([&] { emulator().answer(emulator().heldRequests().at(0).id, ZMCoreAnswer::success()); }),
+              (Strings{"answer:0:{}", "sync:held"}));
+    EXPECT_EQ(hear([&] { set("held", "k"); }).front(), "answer");
 }
 
 TEST_F(KVServerTest, ChangesMadeThroughTheControlApiArePushedToMembersOnly) {
-    const std::string room = named("control");
-    // Seeded before anyone joined, so that the first synchronisation finds it.
-    emulator().seedChatRoomEntries(room, {{"s", "1"}});
+    emulator().seedChatRoomEntries("r", {{"s", "1"}});  // before anyone joined: the first synchronisation finds it
     emulator().setKVFirstSync(FirstSync::Immediately);
-    EXPECT_EQ(after([&] { join(room); }), (Strings{"answer:0:{}", "sync:" + room}));
-    EXPECT_EQ(after([&] { service().getAllChatRoomEntries(room, false, answer(), answer()); }),
-              Strings{R"(answer:{"s":"1"})"});
-    const struct {
-        const char* name;
-        std::function<void()> change;
-        Strings heard;
-    } rows[] = {
-        {"seed", [&] { emulator().seedChatRoomEntries(room, {{"a", "1"}}, "x"); }, {}},
-        {"change", [&] { emulator().changeChatRoomEntries(room, {{"a", "2"}, {"b", "3"}}); },
-         {kv(room, {{"a", "2"}, {"b", "3"}}, kNone)}},
-        {"delete", [&] { emulator().deleteChatRoomEntries(room, {"a", "missing"}); }, {kv(room, kNone, {{"a", "2"}})}},
-        {"delete nothing", [&] { emulator().deleteChatRoomEntries(room, {"missing"}); }, {}},
+    EXPECT_EQ(hear([&] { join("r"); }), (Strings{"answer:0:{}", "sync:r"}));
+    EXPECT_EQ(hear([&] { service().getAllChatRoomEntries("r", 0, answer(), 0); }), Strings{R"(answer:{"s":"1"})"});
+    const std::pair<std::function<void()>, Strings> rows[] = {
+        {[] { emulator().seedChatRoomEntries("r", {{"a", "1"}}, "x"); }, {}},
+        {[] { emulator().changeChatRoomEntries("r", {{"a", "2"}, {"b", "3"}}); }, {R"(kv:r:{"a":"2","b":"3"}:{})"}},
+        {[] { emulator().deleteChatRoomEntries("r", {"a", "missing"}); }, {R"(kv:r:{}:{"a":"2"})"}},
+        {[] { emulator().deleteChatRoomEntries("r", {"missing"}); }, {}},
     };
-    for (const auto& row : rows) EXPECT_EQ(after(row.change), row.heard) << row.name;
-    EXPECT_EQ(emulator().chatRoomEntries(room), ZMValue({{"b", "3"}, {"s", "1"}}));
-    EXPECT_EQ(emulator().chatRoomEntryOwner(room, "b"), "other-user");
-    after([&] { quit(room); });
-    for (const auto& row : rows) EXPECT_EQ(after(row.change), Strings{}) << row.name << " outside the room";
-    EXPECT_EQ(emulator().chatRoomEntries(room), ZMValue({{"b", "3"}, {"s", "1"}}));
+    for (const auto& [change, expected] : rows) EXPECT_EQ(hear(change), expected);
+    EXPECT_EQ(emulator().chatRoomEntries("r"), ZMValue({{"b", "3"}, {"s", "1"}}));
+    EXPECT_EQ(emulator().chatRoomEntryOwner("r", "b"), "other-user");
+    hear([&] { quit("r"); });
+    for (const auto& [change, expected] : rows) EXPECT_EQ(hear(change), Strings{}) << "outside the room";
 }
 
-TEST_F(KVServerTest, RulesTakePrecedenceAndTheModelSwitchedOffAnswersLikeTheDefaults) {
-    const std::string room = named("ruled");
-    const std::string off = named("off");
-    prepareRoom(room);
+TEST_F(KVServerTest, ReadsAnswerMembersFromTheStoreUnlessARuleOrTheModelSwitchedOffAnswers) {
+    prepareRoom("r");
+    auto& ps = service();
+    const std::string all = R"(answer:{"mine":"m","theirs":"t"})";
+    const std::pair<std::function<void()>, std::string> reads[] = {
+        {[&] { ps.getChatRoomEntry("r", "mine", answer(), answer()); }, R"(answer:{"mine":"m"})"},
+        {[&] { ps.getChatRoomEntry("r", "k", answer(), answer()); }, "answer:23425"},
+        {[&] { ps.getChatRoomEntriesByBatch("r", {"theirs", "k"}, answer(), answer()); }, R"(answer:{"theirs":"t"})"},
+        {[&] { ps.getAllChatRoomEntries("r", true, answer(), answer()); }, all},
+        {[&] { ps.getAllChatRoomEntries("r", false, answer(), answer()); }, all},
+    };
+    for (const auto& [read, expected] : reads) EXPECT_EQ(hear(read), Strings{expected});
+    emulator().setChatroomKVStorageEnabled(false);
+    for (const auto& [read, expected] : reads) EXPECT_EQ(hear(read), Strings{"answer:23426"}) << expected;
+    emulator().setChatroomKVStorageEnabled(true);
     // A rule's answer, a held request answered by hand: the store is untouched and nothing is echoed.
     emulator().setRule("setChatroomStatus", ZMCoreAnswer::success());
     emulator().setRule("getChatRoomEntry", ZMCoreAnswer::success({{"x", "y"}}));
     emulator().holdRequests("removeChatRoomEntries");
-    EXPECT_EQ(after([&] { set(room, "k", "v", false, false, true); }), Strings{"answer"});
-    EXPECT_EQ(after([&] { service().getChatRoomEntry(room, "mine", answer(), answer()); }),
-              Strings{R"(answer:{"x":"y"})"});
-    after([&] { service().removeChatRoomEntries(room, {"mine"}, false, answer(), answer()); });
-    EXPECT_EQ(after([&] { emulator().answer(emulator().heldRequests().at(0).id, ZMCoreAnswer::success()); }),
+    EXPECT_EQ(hear([&] { set("r", "k", false, false, true); }), Strings{"answer"});
+    EXPECT_EQ(hear([&] { ps.getChatRoomEntry("r", "mine", answer(), answer()); }), Strings{R"(answer:{"x":"y"})"});
+    hear([&] { ps.removeChatRoomEntries("r", {"mine"}, false, answer(), answer()); });
+    EXPECT_EQ(hear([&] { emulator().answer(emulator().heldRequests().at(0).id, ZMCoreAnswer::success()); }),
               Strings{"answer"});
-    EXPECT_EQ(emulator().chatRoomEntries(room), ZMValue({{"mine", "m"}, {"theirs", "t"}}));
+    EXPECT_EQ(emulator().chatRoomEntries("r"), kUntouched);
     EXPECT_TRUE(emulator().kvNotifications().empty());
     emulator().clearRules();
-
-    // Switched off: every KV operation succeeds with an empty dictionary,
-    // nothing is stored or pushed, and joins and quits are not followed.
+    // Switched off (the answers are the plain defaults), nothing is stored or
+    // pushed, and joins and quits are not followed.
     emulator().setKVServerModelEnabled(false);
     emulator().setKVFirstSync(FirstSync::Immediately);
-    EXPECT_EQ(after([&] { join(off); }), Strings{"answer:0:{}"});
-    EXPECT_EQ(after([&] { set(off, "k", "v", false, true); }), Strings{"answer"});
-    EXPECT_EQ(after([&] { service().getChatRoomEntry(room, "mine", answer(), answer()); }), Strings{"answer:{}"});
-    EXPECT_EQ(after([&] { service().removeChatRoomEntries(room, {"x"}, false, answer(), answer()); }),
-              Strings{"answer"});
-    EXPECT_EQ(after([&] { emulator().changeChatRoomEntries(room, {{"mine", "n"}}); }), Strings{});
-    EXPECT_EQ(after([&] { quit(room); }), Strings{"answer:0"});
-    EXPECT_EQ(emulator().chatRoomEntries(off), ZMValue::object());
-
+    EXPECT_EQ(hear([&] { join("off"); }), Strings{"answer:0:{}"});
+    EXPECT_EQ(hear([&] { set("off", "k", false, true); }), Strings{"answer"});
+    EXPECT_EQ(hear([&] { emulator().changeChatRoomEntries("r", {{"mine", "n"}}); }), Strings{});
+    EXPECT_EQ(hear([&] { quit("r"); }), Strings{"answer:0"});
+    EXPECT_EQ(emulator().chatRoomEntries("off"), kNone);
     // On again: the user is still in the room the model saw it join.
     emulator().setKVServerModelEnabled(true);
-    EXPECT_EQ(after([&] { set(room, "k", "v"); }), (Strings{"answer", kv(room, {{"k", "v"}}, kNone)}));
-    EXPECT_EQ(after([&] { set(off, "k", "v"); }), Strings{"answer:23406"});
+    EXPECT_EQ(hear([&] { set("r", "k"); }), (Strings{"answer", kv("r", {{"k", "v"}}, kNone)}));
+    EXPECT_EQ(hear([&] { set("off", "k"); }), Strings{"answer:23406"});
+    hear([&] { quit("r"); });
+    for (const auto& [read, expected] : reads) EXPECT_EQ(hear(read), Strings{"answer:23406"}) << expected;
 }
 
 TEST_F(KVServerTest, AnswersAndEchoesRunOnCallbackThreadsAndEachEchoFollowsItsAnswer) {
-    const std::string room = named("threads");
-    after([&] { join(room); });
+    hear([&] { join("r"); });
     emulator().setCallbackThreadCount(3);
+    auto key = [](int w, int i) { return numbered("k", w * 10 + i); };
     std::vector<std::thread> writers;
     for (int w = 0; w < 3; ++w) {
         writers.emplace_back([&, w] {
             for (int i = 0; i < 10; ++i) {
-                std::string key = numbered("k", w);
-                key += numbered("-", i);
-                service().setChatroomStatus(room, key, "v", false, false, false, "", {}, 0,
-                                            recording(heard, "answer:" + key), nullptr);
+                service().setChatroomStatus("r", key(w, i), "v", false, false, false, "", {}, 0,
+                                            recording(heard, "answer:" + key(w, i)), nullptr);
             }
         });
     }
@@ -459,41 +342,15 @@ TEST_F(KVServerTest, AnswersAndEchoesRunOnCallbackThreadsAndEachEchoFollowsItsAn
     ASSERT_TRUE(emulator().waitUntilIdle());
     const Strings events = heard.events();
     ASSERT_EQ(events.size(), 61u);  // the join's answer, then 30 answers and 30 echoes
-    for (int w = 0; w < 3; ++w) {
-        for (int i = 0; i < 10; ++i) {
-            std::string key = numbered("k", w);
-            key += numbered("-", i);
-            const auto answered = std::find(events.begin(), events.end(), "answer:" + key);
-            const auto echoed = std::find(events.begin(), events.end(), kv(room, {{key, "v"}}, kNone));
-            ASSERT_NE(echoed, events.end()) << key;
-            EXPECT_LT(answered, echoed) << key;
-        }
+    for (int n = 0; n < 30; ++n) {
+        const auto echoed = std::find(events.begin(), events.end(), kv("r", {{key(n / 10, n % 10), "v"}}, kNone));
+        ASSERT_NE(echoed, events.end()) << n;
+        EXPECT_LT(std::find(events.begin(), events.end(), "answer:" + key(n / 10, n % 10)), echoed) << n;
     }
-    EXPECT_EQ(emulator().chatRoomEntries(room).size(), 30u);
-}
-
-TEST(ZMCoreEmulatorSession, NavigationDataCanBeAbsentAndPayloadEncodingCanFail) {
-    auto& navi = ZMNaviDataManager::sharedInstance();
-    emulator().setMutliChatroomEnabled(false);
-    emulator().setNaviDataAvailable(false);
-    EXPECT_EQ(navi.naviData(), nullptr);
-    emulator().setNaviDataAvailable(true);  // the switches set meanwhile are kept
-    ASSERT_NE(navi.naviData(), nullptr);
-    EXPECT_FALSE(navi.naviData()->isMutliChatroomEnabled());
-    EXPECT_TRUE(navi.naviData()->isChatroomKVStorageEnabled());
-    emulator().setMutliChatroomEnabled(true);
-
-    struct Counting : ZMMessageContent {
-        void decodeWithData(const ZMData&) override {}
-        std::optional<ZMData> encode() const override { return ++encoded, ZMData{'{', '}'}; }
-        mutable int encoded = 0;
-    } content;
-    auto& client = ZMCoreClient::sharedCoreClient();
-    for (bool fails : {false, true, false}) {
-        emulator().setPayloadEncodingFails(fails);
-        EXPECT_EQ(client.payloadOfMessageContent(content), fails ? std::nullopt : std::optional(ZMData{'{', '}'}));
-    }
-    EXPECT_EQ(content.encoded, 2);  // not even asked while encoding fails
+    EXPECT_EQ(emulator().chatRoomEntries("r").size(), 30u);
+    // Without sendNotification nothing is kept; a write is owned by the current user.
+    EXPECT_TRUE(emulator().kvNotifications().empty());
+    EXPECT_EQ(emulator().chatRoomEntryOwner("r", key(2, 9)), "emulator-user");
 }
 
 }  // namespace

@@ -1,8 +1,12 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
+#include <limits>
+#include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -11,6 +15,7 @@
 
 #include "support/ZMTestSupport.h"
 
+using Strings = std::vector<std::string>;
 inline ZMChatRoomPSManager& service() { return ZMKernel::sharedInstance().chatRoomPSManager(); }
 inline ZMCoreEmulator& emulator() { return ZMCoreEmulator::shared(); }
 
@@ -33,12 +38,19 @@ inline auto recording(ZMEventRecorder& events, std::string name) {
     };
 }
 
+// What one step made the recorder hear, once everything it caused has run.
+inline Strings after(ZMEventRecorder& events, const std::function<void()>& step) {
+    events.clear();
+    step();
+    EXPECT_TRUE(emulator().waitUntilIdle());
+    return events.events();
+}
+
 // A received message content with one field of its own, "text", beside the base fields.
 class ZMTestPingMessage : public ZMMessageContent {
 public:
     static std::string getObjectName() { return "EMU:Ping"; }
     static int32_t persistentFlag() { return 3; }
-
     void decodeWithData(const ZMData& data) override {
         auto dict = dictionaryFromJsonData(data);
         if (!dict) return setRawJSONData(data);
@@ -46,7 +58,6 @@ public:
         text = zmlib_stringForKey(*dict, "text");
     }
     std::optional<ZMData> encode() const override { return std::nullopt; }  // never sent
-
     std::optional<std::string> text;
 };
 
@@ -63,9 +74,6 @@ public:
         });
         return *module;
     }
-
-    void destroyModule() override {}
-    std::vector<ZMMessageClass> getSignalMessageClassList() override { return {}; }
     bool didHoldReceivedMessage(const std::shared_ptr<ZMMessage>& message, bool isOffline) override {
         lastMessage = message;  // read by the test after the delivery's future is ready
         auto* ping = dynamic_cast<ZMTestPingMessage*>(message->content.get());
@@ -74,24 +82,23 @@ public:
                (isOffline ? ",offline" : ""));
         return holdsMessages_.load();
     }
-    // Whether it holds the messages offered to it from now on; a test that
-    // loaded a holding module lets the modules loaded after it hear messages
-    // again once it is done.
+    // A test that loaded a holding module lets later modules hear messages again once it is done.
     void setHoldsMessages(bool holds) { holdsMessages_ = holds; }
+    void notifyConnectionStatusChanged(int64_t status) override { record("status:" + std::to_string(status)); }
+    void notifyLogoutEvent() override { record("logout"); }
+    void destroyModule() override {}
+    std::vector<ZMMessageClass> getSignalMessageClassList() override { return {}; }
     void setAppKey(const std::string&) override {}
     void setConfiguration(const ZMValue&) override {}
     void setUserId(const std::string&) override {}
     void setCurrentToken(const std::string&) override {}
-    void notifyConnectionStatusChanged(int64_t status) override { record("status:" + std::to_string(status)); }
-    void notifyLogoutEvent() override { record("logout"); }
 
     std::shared_ptr<ZMMessage> lastMessage;
 
 private:
-    ZMTestModule(std::string name, ZMEventRecorder& events, bool holdsMessages)
-        : events_(events), name_(std::move(name)), holdsMessages_(holdsMessages) {}
+    ZMTestModule(std::string name, ZMEventRecorder& events, bool holds)
+        : events_(events), name_(std::move(name)), holdsMessages_(holds) {}
     void record(const std::string& event) { recording(events_, name_ + ":" + event)(); }
-
     ZMEventRecorder& events_;
     std::string name_;
     std::atomic<bool> holdsMessages_;

@@ -1,9 +1,9 @@
-#include <algorithm>
-#include <chrono>
-#include <future>
-#include <thread>
+// The module as the core loads it: loading, routing of signal messages, connection changes.
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <thread>
 
 #include <CoreEmulator/ZMCoreEmulator.h>
 #include <Platform/ZMMainQueue.h>
@@ -11,162 +11,94 @@
 #include <ZMChatRoom/Messages/ZMChatRoomMemberBanMessage.h>
 #include <ZMChatRoom/Messages/ZMChatroomKVNotificationMessage.h>
 #include <ZMChatRoom/ZMChatRoomClient.h>
+#include <ZMChatRoomTestKit/ZMChatRoomTestKit.h>
 
 #include "support/ZMTestSupport.h"
 
 namespace {
 
+using Kit = ZMChatRoomTestKit;
+using Strings = std::vector<std::string>;
 const std::string kModuleTag = "ZMChatRoomExtensionModule.cpp";
-
 ZMChatRoomClient& client() { return ZMChatRoomClient::sharedChatRoomClient(); }
 ZMCoreEmulator& core() { return ZMCoreEmulator::shared(); }
 ZMValue text(const std::optional<std::string>& value) { return value ? ZMValue(*value) : ZMValue(); }
+ZMLogLine moduleLine(const char* text) { return {4, 1024, kModuleTag, text}; }
 
-// Records every callback as one line of text; after recording a notify event
-// it runs its hook, if any, on the event's extra.
-class RecordingObserver : public ZMChatRoomMemberDelegate,
-                          public ZMChatRoomNotifyEventDelegate,
-                          public ZMChatRoomStatusDelegate {
-public:
-    void memberDidChange(const std::vector<std::shared_ptr<ZMChatRoomMemberAction>>& members,
-                         const std::string& chatroomId) override {
-        events.record("list:" + chatroomId + ":" + actions(members));
-    }
+// Records every callback as a line; after a notify event runs its hook, if any, on the event's extra.
+struct RecordingObserver : ZMChatRoomMemberDelegate, ZMChatRoomNotifyEventDelegate, ZMChatRoomStatusDelegate {
+    using Actions = std::vector<std::shared_ptr<ZMChatRoomMemberAction>>;
+    void memberDidChange(const Actions& list, const std::string& room) override { events.record("list:" + room + dump(list, {})); }
     void memberDidChange(const std::shared_ptr<ZMChatRoomMemberActionModel>& m) override {
-        events.record("model:" + m->roomId + ":" + std::to_string(m->memberCount) + ":" + actions(m->chatRoomMemberActions));
+        events.record("model:" + m->roomId + dump(m->chatRoomMemberActions, m->memberCount));
     }
-    void chatRoomNotifyMultiLoginSync(const std::shared_ptr<ZMChatRoomSyncEvent>& e) override {
-        notify("sync:", *e, {text(e->chatroomId), e->status, e->reason, e->time, text(e->extra)});
-    }
-    void chatRoomNotifyBlock(const std::shared_ptr<ZMChatRoomMemberBlockEvent>& e) override {
-        notify("block:", *e,
-               {text(e->chatroomId), e->operateType, e->durationTime, e->operateTime, e->userIdList, text(e->extra)});
-    }
-    void chatRoomNotifyBan(const std::shared_ptr<ZMChatRoomMemberBanEvent>& e) override {
-        notify("ban:", *e,
-               {text(e->chatroomId), e->banType, e->durationTime, e->operateTime, e->userIdList, text(e->extra)});
-    }
+    void chatRoomNotifyMultiLoginSync(const std::shared_ptr<ZMChatRoomSyncEvent>& e) override { notify("sync", e->chatroomId, e->extra); }
+    void chatRoomNotifyBlock(const std::shared_ptr<ZMChatRoomMemberBlockEvent>& e) override { notify("block", e->chatroomId, e->extra); }
+    void chatRoomNotifyBan(const std::shared_ptr<ZMChatRoomMemberBanEvent>& e) override { notify("ban", e->chatroomId, e->extra); }
     void onChatRoomJoining(const std::string& id) override { events.record("joining:" + id); }
-    void onChatRoomJoined(const std::string& id, const std::shared_ptr<ZMJoinChatRoomResponse>&) override {
-        events.record("joined:" + id);
+    void onChatRoomJoined(const std::string& id, const std::shared_ptr<ZMJoinChatRoomResponse>&) override { events.record("joined:" + id); }
+    void onChatRoomJoinFailed(const std::string& id, int32_t code) override { events.record("failed:" + id + ":" + std::to_string(code)); }
+    static std::string dump(const Actions& list, const ZMValue& head) {  // [head, [member id, action]...]
+        ZMValue out = ZMValue::array({head});
+        for (const auto& action : list) out.push_back({text(action->memberId), action->action});
+        return out.dump();
     }
-    void onChatRoomJoinFailed(const std::string& id, int32_t code) override {
-        events.record("failed:" + id + ":" + std::to_string(code));
+    void notify(const std::string& kind, const std::optional<std::string>& room, std::optional<std::string>& extra) {
+        events.record(kind + ZMValue::array({text(room), text(extra)}).dump());
+        if (hook) hook(extra);
     }
-
     ZMEventRecorder events;
     std::function<void(std::optional<std::string>& extra)> hook;
-
-private:
-    static std::string actions(const std::vector<std::shared_ptr<ZMChatRoomMemberAction>>& list) {
-        ZMValue pairs = ZMValue::array();
-        for (const auto& action : list) pairs.push_back({text(action->memberId), action->action});
-        return pairs.dump();
-    }
-    template <class Event>
-    void notify(const std::string& kind, Event& event, const ZMValue& fields) {
-        events.record(kind + fields.dump());
-        if (hook) hook(event.extra);
-    }
 };
-
-const char* const kMemberPayload = R"({"userList":[{"userId":"u1","status":1},{"userId":"u2","status":3}],"memberCount":12})";
 
 // Loads the module the way the core does and returns the module it got.
 ZMChatRoomExtensionModule* loadThroughEmulator() {
     ZMChatRoomExtensionModule* loaded = nullptr;
-    core().loadExtensionModule(
-        [&]() -> VemoIMLibExtensionModule& { return *(loaded = &ZMChatRoomExtensionModule::loadVemoExtensionModule()); });
+    core().loadExtensionModule([&]() -> VemoIMLibExtensionModule& { return *(loaded = &ZMChatRoomExtensionModule::loadVemoExtensionModule()); });
     return loaded;
 }
 
-// Delivers a message through the core (on its callback thread) and waits for
-// the routing to finish; nullopt if it does not.
+// Delivers to "room-7" through the core: whether the module held it; nullopt if routing never ends.
 std::optional<bool> deliver(const std::string& objectName, const std::string& payload, bool offline = false) {
     auto held = core().deliverMessage(objectName, payload, "room-7", offline);
-    if (held.wait_for(std::chrono::seconds(5)) != std::future_status::ready) return std::nullopt;
-    return held.get();
+    return held.wait_for(std::chrono::seconds(5)) == std::future_status::ready ? std::optional(held.get()) : std::nullopt;
 }
 
-// Lets everything already started run to its end: connection changes and
-// answers of the core, queued operations and status announcements.
-void flush() {
-    ASSERT_TRUE(core().waitUntilIdle());
-    client().zm_chatroom_operation_queue().sync([] {});
-    ASSERT_TRUE(core().waitUntilIdle());
-    client().zm__notify_chatroom_status_queue().sync([] {});
-}
-
-class ExtensionModuleTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        ASSERT_NE(loadThroughEmulator(), nullptr);
-        flush();
-    }
-};
-
-// The process's first loads race on several threads, then the core loads the
-// module too: one module, one registration in order, one line per call. A
-// module is loaded once per process; when an earlier test of the same process
-// loaded it already, these loads must create, register and wire nothing more.
-TEST(ExtensionModuleLoadTest, LoadsOnceLogsEveryCallAndRegistersInOrder) {
+// Loads racing on several threads, then the core's: one module, registered and wired once, one
+// line per call (loaded by an earlier test of the process already: nothing registered or wired).
+TEST(ExtensionModuleTest, LoadsOnceLogsEveryCallAndRegistersInOrder) {
     const bool firstLoad = core().registeredMessageTypes().empty();
     std::vector<ZMChatRoomExtensionModule*> loaded(4, nullptr);
-    std::vector<std::thread> threads;
-    for (auto& slot : loaded) threads.emplace_back([&slot] { slot = &ZMChatRoomExtensionModule::loadVemoExtensionModule(); });
-    for (auto& thread : threads) thread.join();
+    {
+        std::vector<std::jthread> threads;
+        for (auto& slot : loaded) threads.emplace_back([&slot] { slot = &ZMChatRoomExtensionModule::loadVemoExtensionModule(); });
+    }
     loaded.push_back(loadThroughEmulator());
-    for (auto* module : loaded) EXPECT_EQ(module, loaded[0]);
-    flush();
-
-    EXPECT_EQ(core().logger().linesWithTag(kModuleTag),
-              std::vector<ZMLogLine>(5, {4, 1024, kModuleTag, "ZMChatRoomExtensionModule loadVemoExtensionModule"}));
-    const auto registered = core().registeredMessageTypes();
-    std::vector<std::string> names;
-    for (const auto& c : registered) names.push_back(c.getObjectName() + ":" + std::to_string(c.persistentFlag()));
-    EXPECT_EQ(names, (std::vector<std::string>{"ZM:chrmKVNotiMsg:0", "ZM:ChrmMemChange:16", "ZM:ChrmSyncMsg:16",
-                                               "ZM:ChrmBlockMsg:16", "ZM:ChrmBanMsg:16"}));
-    EXPECT_TRUE(loaded[0]->chatRoomMessageTypeList() == registered);
-    EXPECT_TRUE(loaded[0]->getSignalMessageClassList() ==
-                std::vector<ZMMessageClass>{ZMMessageClass::of<ZMChatroomKVNotificationMessage>()});
-    // The client was wired to the core exactly once (by the first load).
-    const size_t wirings = firstLoad ? 1u : 0u;
-    EXPECT_EQ(core().requests("initChatRoomListener").size(), wirings);
-    EXPECT_EQ(core().requests("setChatRoomPSListener").size(), wirings);
+    EXPECT_EQ(std::count(loaded.begin(), loaded.end(), loaded[0]), 5);
+    ASSERT_TRUE(Kit::settle());
+    EXPECT_EQ(core().logger().linesWithTag(kModuleTag), std::vector(5, moduleLine("ZMChatRoomExtensionModule loadVemoExtensionModule")));
+    Strings names;
+    for (const auto& c : core().registeredMessageTypes()) names.push_back(c.getObjectName() + ":" + std::to_string(c.persistentFlag()));
+    EXPECT_EQ(names, (Strings{"ZM:chrmKVNotiMsg:0", "ZM:ChrmMemChange:16", "ZM:ChrmSyncMsg:16", "ZM:ChrmBlockMsg:16", "ZM:ChrmBanMsg:16"}));
+    EXPECT_TRUE(loaded[0]->chatRoomMessageTypeList() == core().registeredMessageTypes());
+    EXPECT_TRUE(loaded[0]->getSignalMessageClassList() == std::vector{ZMMessageClass::of<ZMChatroomKVNotificationMessage>()});
+    EXPECT_EQ(core().requests("initChatRoomListener").size(), firstLoad ? 1u : 0u);
+    EXPECT_EQ(core().requests("setChatRoomPSListener").size(), firstLoad ? 1u : 0u);
     EXPECT_TRUE(core().isPushListening());
 }
 
 struct DerivedBanMessage : ZMChatRoomMemberBanMessage {};
 
-TEST_F(ExtensionModuleTest, DestroyedModuleStillRoutesMessagesByTheirClass) {
-    auto& module = ZMChatRoomExtensionModule::loadVemoExtensionModule();
-
+TEST(ExtensionModuleTest, RoutesMessagesByClassToEveryObserverAlsoOnceDestroyed) {
+    ZMChatRoomExtensionModule& module = *loadThroughEmulator();
+    ASSERT_TRUE(Kit::settle());
+    const std::string memberChange = R"({"userList":[{"userId":"u1","status":1},{"userId":"u2","status":3}],"memberCount":12})";
     // Member changes are held without a member observer, which is held weakly.
     client().setMemberDelegate(std::make_shared<RecordingObserver>());
     EXPECT_EQ(client().memberDelegate(), nullptr);
-    EXPECT_EQ(deliver("ZM:ChrmMemChange", kMemberPayload), std::optional<bool>(true));
-
-    struct Case { std::string objectName, payload; bool offline, held; std::vector<std::string> events; };
-    const std::string members = R"(:[["u1",1],["u2",3]])";
-    const std::vector<Case> cases = {
-        {"ZM:ChrmMemChange", kMemberPayload, false, true, {"list:room-7" + members, "model:room-7:12" + members}},
-        {"ZM:ChrmMemChange", kMemberPayload, true, true, {"list:room-7" + members, "model:room-7:12" + members}},
-        {"ZM:ChrmSyncMsg", R"({"chatroomId":"room-7","status":1,"reason":2,"time":1700000000123,"extra":"e"})", false,
-         true, {R"(sync:["room-7",1,2,1700000000123,"e"])"}},
-        {"ZM:ChrmBlockMsg",
-         R"({"chatroomId":"room-7","operateType":1,"durationTime":60,"operateTime":1700000000456,"userList":["u1"],"extra":"e"})",
-         true, true, {R"(block:["room-7",1,60,1700000000456,["u1"],"e"])"}},
-        {"ZM:ChrmBanMsg",
-         R"({"chatroomId":"room-7","operateType":2,"durationTime":30,"operateTime":1700000000789,"userList":["u1","u2"],"extra":"x"})",
-         false, true, {R"(ban:["room-7",2,30,1700000000789,["u1","u2"],"x"])"}},
-        {"ZM:chrmKVNotiMsg", R"({"type":1,"key":"k","value":"v"})", false, false, {}},
-        {"ZM:SomethingElse", R"({"chatroomId":"room-7"})", false, false, {}},
-    };
-
-    // Each observer gets an event of its own: both tamper with every event
-    // they got, and neither sees the other's change.
-    auto observer = std::make_shared<RecordingObserver>();
-    auto other = std::make_shared<RecordingObserver>();
+    EXPECT_EQ(deliver("ZM:ChrmMemChange", memberChange), true);
+    // Both observers tamper with every event they get; neither sees the other's change.
+    auto observer = std::make_shared<RecordingObserver>(), other = std::make_shared<RecordingObserver>();
     observer->hook = other->hook = [](std::optional<std::string>& extra) { extra = "tampered"; };
     client().setMemberDelegate(observer);
     client().addChatRoomNotifyEventDelegate(other);
@@ -175,117 +107,86 @@ TEST_F(ExtensionModuleTest, DestroyedModuleStillRoutesMessagesByTheirClass) {
     core().logger().clear();
     module.setAppKey("key-1");
     module.destroyModule();
-    EXPECT_EQ(core().logger().lines(),
-              (std::vector<ZMLogLine>{{4, 1024, kModuleTag, "ZMChatRoomExtensionModule setAppKey = key-1"},
-                                      {4, 1024, kModuleTag, "ZMChatRoomExtensionModule destroyModule"}}));
-
-    // Offered directly: no message or no content is not held; a subclass of a
-    // routed class is routed as that class.
-    EXPECT_FALSE(module.didHoldReceivedMessage(nullptr, false));
+    EXPECT_EQ(core().logger().lines(), (std::vector{moduleLine("ZMChatRoomExtensionModule setAppKey = key-1"),
+                                                    moduleLine("ZMChatRoomExtensionModule destroyModule")}));
+    // Offered directly: no message or content is not held; a subclass is routed as its routed base.
     auto message = std::make_shared<ZMMessage>();
-    EXPECT_FALSE(module.didHoldReceivedMessage(message, false));
+    EXPECT_FALSE(module.didHoldReceivedMessage(nullptr, false) || module.didHoldReceivedMessage(message, false));
     message->content = std::make_shared<DerivedBanMessage>();
     EXPECT_TRUE(module.didHoldReceivedMessage(message, false));
-    EXPECT_EQ(observer->events.events(), std::vector<std::string>{"ban:[null,0,0,0,null,null]"});
-
+    EXPECT_EQ(observer->events.events(), Strings{"ban[null,null]"});
+    // Field by field, the events are checked where the test kit delivers each kind of message.
+    const Strings members = {R"(list:room-7[null,["u1",1],["u2",3]])", R"(model:room-7[12,["u1",1],["u2",3]])"};
+    const struct { std::string objectName, payload; bool offline, held; Strings events; } cases[] = {
+        {"ZM:ChrmMemChange", memberChange, false, true, members}, {"ZM:ChrmMemChange", memberChange, true, true, members},
+        {"ZM:ChrmSyncMsg", R"({"chatroomId":"r1","status":1,"extra":"e"})", false, true, {R"(sync["r1","e"])"}},
+        {"ZM:ChrmBlockMsg", R"({"chatroomId":"r2","durationTime":60})", true, true, {R"(block["r2",null])"}},
+        {"ZM:ChrmBanMsg", R"({"operateType":2,"extra":"x"})", false, true, {R"(ban[null,"x"])"}},
+        {"ZM:chrmKVNotiMsg", R"({"type":1,"key":"k","value":"v"})", false, false, {}}, {"ZM:SomethingElse", "{}", false, false, {}},
+    };
     for (const auto& c : cases) {
         observer->events.clear();
-        EXPECT_EQ(deliver(c.objectName, c.payload, c.offline), std::optional<bool>(c.held)) << c.objectName << c.offline;
+        EXPECT_EQ(deliver(c.objectName, c.payload, c.offline), c.held) << c.objectName << c.offline;
         EXPECT_EQ(observer->events.events(), c.events) << c.objectName << c.offline;
     }
     EXPECT_EQ(other->events.count(), 4u);
     for (const auto& event : other->events.events()) EXPECT_EQ(event.find("tampered"), std::string::npos) << event;
-}
-
-// An observer removes itself and registers a newcomer from inside its first
-// callback: the walk in progress still reaches the bystander, not the newcomer.
-TEST_F(ExtensionModuleTest, ObserverChangesDuringDeliveryDoNotDisturbTheWalk) {
-    auto remover = std::make_shared<RecordingObserver>();
-    auto bystander = std::make_shared<RecordingObserver>();
+    // One removes itself and adds a newcomer from its callback: the walk reaches the next one, not the newcomer.
     auto newcomer = std::make_shared<RecordingObserver>();
-    remover->hook = [weak = std::weak_ptr<RecordingObserver>(remover), newcomer](std::optional<std::string>&) {
-        client().removeChatRoomNotifyEventDelegate(weak.lock());
+    other->hook = [&](std::optional<std::string>&) {
+        client().removeChatRoomNotifyEventDelegate(other);
         client().addChatRoomNotifyEventDelegate(newcomer);
     };
-    client().addChatRoomNotifyEventDelegate(remover);
-    client().addChatRoomNotifyEventDelegate(bystander);
-
+    other->events.clear();
+    observer->events.clear();
     for (size_t round = 1; round <= 2; ++round) {
-        EXPECT_EQ(deliver("ZM:ChrmBlockMsg", "{}"), std::optional<bool>(true));
-        EXPECT_EQ(remover->events.count(), 1u);
-        EXPECT_EQ(bystander->events.count(), round);
-        EXPECT_EQ(newcomer->events.count(), round - 1);
+        EXPECT_EQ(deliver("ZM:ChrmBlockMsg", "{}"), true);
+        EXPECT_EQ((std::vector{other->events.count(), observer->events.count(), newcomer->events.count()}), (std::vector<size_t>{1, round, round - 1}));
     }
 }
 
-// A connection status (nullopt: a logout) offered to the module, and what it
-// leads to from two cached rooms.
-struct SessionCase {
-    const char* name;
-    std::optional<int64_t> status;
-    bool timerRunningBefore;
-    std::vector<std::string> rejoinRequests;  // "room id:useCacheTime"
-    std::vector<std::string> announcements;   // sorted
-    size_t timersAfter, roomsAfter;
-};
-
-void PrintTo(const SessionCase& c, std::ostream* os) { *os << c.name; }
-
-class ExtensionSessionTest : public ExtensionModuleTest, public ::testing::WithParamInterface<SessionCase> {
-protected:
-    // "room-ok" joined, "room-failed" failed with a code after which the room
-    // is kept for rejoining.
-    void SetUp() override {
-        ExtensionModuleTest::SetUp();
-        if (HasFatalFailure()) return;
-        client().addChatRoomStatusDelegate(statusObserver_);
-        client().joinChatRoom("room-ok", 10, {}, {});
-        flush();
-        core().setRule("joinChatroom", ZMCoreAnswer::failure(23411));
-        client().joinChatRoom("room-failed", 10, {}, {});
-        flush();
+// A connection status (nullopt: a logout) offered to the module, from two cached rooms: "room-ok"
+// joined, "room-failed" failed with a code after which the room is kept for rejoining.
+TEST(ExtensionModuleTest, ConnectionChangesDriveRejoinResetTimerAndCache) {
+    const Strings bothFailed = {"failed:room-failed:-1", "failed:room-ok:-1"};
+    // rejoins: "room id:useCacheTime"; announcements sorted
+    const struct { std::optional<int64_t> status; bool timerBefore; Strings rejoins, announcements; size_t timersAfter, roomsAfter; } cases[] = {
+        {0, false, {"room-failed:true"}, {"failed:room-failed:23411", "joining:room-failed"}, 1, 2},
+        {1, true, {}, bothFailed, 0, 2}, {13, true, {}, bothFailed, 0, 2}, {-1, true, {}, bothFailed, 0, 2},
+        {2, true, {}, {}, 0, 2}, {-2, true, {}, {}, 0, 2}, {std::nullopt, false, {}, {}, 0, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.status ? std::to_string(*c.status) : "logout");
+        ASSERT_TRUE(Kit::reset());
+        ASSERT_NE(loadThroughEmulator(), nullptr);
+        auto status = std::make_shared<RecordingObserver>();
+        client().addChatRoomStatusDelegate(status);
+        for (const char* room : {"room-ok", "room-failed"}) {
+            client().joinChatRoom(room, 10, {}, {});
+            ASSERT_TRUE(Kit::settle());  // the rejoin timer starts with the first room
+            core().setRule("joinChatroom", ZMCoreAnswer::failure(23411));
+        }
+        if (!c.timerBefore) client().stopChatRoomRejoinTimer();
+        ASSERT_TRUE(Kit::settle());
         ASSERT_EQ(client().cacheChatRoomDict().count(), 2u);
-        ZMMainQueue::shared().drain();  // the rejoin timer starts
-        if (!GetParam().timerRunningBefore) client().stopChatRoomRejoinTimer();
-        ZMMainQueue::shared().drain();
-        ASSERT_EQ(ZMMainQueue::shared().activeTimerCount(), GetParam().timerRunningBefore ? 1u : 0u);
+        ASSERT_EQ(ZMMainQueue::shared().activeTimerCount(), c.timerBefore ? 1u : 0u);
         core().clearRequests();
-        statusObserver_->events.clear();
+        status->events.clear();
+
+        c.status ? core().setConnectionStatus(*c.status) : core().logout();
+        ASSERT_TRUE(Kit::settle());
+        Strings rejoins, announcements = status->events.events();
+        for (const auto& request : core().requests("joinChatroom")) {
+            rejoins.push_back(request.arguments.value("chatroomId", "") + ":" + request.arguments.at("useCacheTime").dump());
+        }
+        EXPECT_EQ(rejoins, c.rejoins);
+        EXPECT_TRUE(core().requests("quitChatroom").empty());
+        std::sort(announcements.begin(), announcements.end());
+        EXPECT_EQ(announcements, c.announcements);
+        EXPECT_EQ(ZMMainQueue::shared().activeTimerCount(), c.timersAfter);
+        EXPECT_EQ(client().cacheChatRoomDict().count(), c.roomsAfter);
+        if (!c.status) { EXPECT_EQ(client().syncKVChatRoomDict().count(), 0u); }
     }
-
-    std::shared_ptr<RecordingObserver> statusObserver_ = std::make_shared<RecordingObserver>();
-};
-
-TEST_P(ExtensionSessionTest, DrivesRejoinResetTimerAndCache) {
-    const auto& c = GetParam();
-    c.status ? core().setConnectionStatus(*c.status) : core().logout();
-    flush();
-    ZMMainQueue::shared().drain();
-
-    std::vector<std::string> rejoins;
-    for (const auto& request : core().requests("joinChatroom")) {
-        rejoins.push_back(request.arguments.value("chatroomId", "") + ":" + request.arguments.at("useCacheTime").dump());
-    }
-    EXPECT_EQ(rejoins, c.rejoinRequests);
-    EXPECT_TRUE(core().requests("quitChatroom").empty());
-    auto announcements = statusObserver_->events.events();
-    std::sort(announcements.begin(), announcements.end());
-    EXPECT_EQ(announcements, c.announcements);
-    EXPECT_EQ(ZMMainQueue::shared().activeTimerCount(), c.timersAfter);
-    EXPECT_EQ(client().cacheChatRoomDict().count(), c.roomsAfter);
-    if (!c.status) { EXPECT_EQ(client().syncKVChatRoomDict().count(), 0u); }
 }
-
-const std::vector<std::string> kBothFailed = {"failed:room-failed:-1", "failed:room-ok:-1"};
-
-INSTANTIATE_TEST_SUITE_P(
-    Statuses, ExtensionSessionTest,
-    ::testing::Values(
-        SessionCase{"Connected", 0, false, {"room-failed:true"}, {"failed:room-failed:23411", "joining:room-failed"},
-                    1, 2},
-        SessionCase{"Lost1", 1, true, {}, kBothFailed, 0, 2}, SessionCase{"Lost13", 13, true, {}, kBothFailed, 0, 2},
-        SessionCase{"LostMinus1", -1, true, {}, kBothFailed, 0, 2}, SessionCase{"Other2", 2, true, {}, {}, 0, 2},
-        SessionCase{"OtherMinus2", -2, true, {}, {}, 0, 2}, SessionCase{"Logout", std::nullopt, false, {}, {}, 0, 0}),
-    [](const ::testing::TestParamInfo<SessionCase>& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -1,184 +1,163 @@
-// The observer registry: weak membership, snapshots and concurrent use.
+// The observer registry (weak membership, shared snapshots, concurrent use), and whether an
+// observer overrides a callback, which decides lines, filtering and model building.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <memory>
 #include <thread>
-#include <vector>
 
+#include <ZMChatRoom/ZMChatRoomKVStatusFilterDelegate.h>
 #include <ZMChatRoom/ZMChatRoomListenerManager.h>
+#include <ZMChatRoom/ZMChatRoomMemberDelegate.h>
+#include <ZMChatRoom/ZMDelegateImplements.h>
 
 namespace {
 
 ZMChatRoomListenerManager& manager() { return ZMChatRoomListenerManager::sharedManager(); }
+uint64_t statusGeneration() { return manager().chatRoomStatusDelegateGeneration(); }
 
-// One kind of observer set, seen through its three manager operations.
-#define ZM_OBSERVER_KIND(Kind, Name)                                                               \
-    struct Kind {                                                                                  \
-        using Delegate = ZM##Name;                                                                 \
-        static void add(const std::shared_ptr<Delegate>& d) { manager().add##Name(d); }            \
-        static void remove(const std::shared_ptr<Delegate>& d) { manager().remove##Name(d); }      \
-        static auto all() { return manager().all##Name##s(); }                                     \
-        static auto make() { return std::make_shared<Delegate>(); }                                \
+// One kind of observer set, seen through its manager operations.
+#define ZM_OBSERVER_KIND(Kind, Name, snapshotOf)                                              \
+    struct Kind {                                                                             \
+        using Delegate = ZM##Name;                                                            \
+        static void add(const std::shared_ptr<Delegate>& d) { manager().add##Name(d); }       \
+        static void remove(const std::shared_ptr<Delegate>& d) { manager().remove##Name(d); } \
+        static auto all() { return manager().all##Name##s(); }                                \
+        static auto snapshot() { return manager().snapshotOf(); }                             \
+        static auto make() { return std::make_shared<Delegate>(); }                           \
     };
-ZM_OBSERVER_KIND(StatusKind, ChatRoomStatusDelegate)
-ZM_OBSERVER_KIND(KVKind, ChatRoomKVStatusChangeDelegate)
-ZM_OBSERVER_KIND(NotifyKind, ChatRoomNotifyEventDelegate)
+ZM_OBSERVER_KIND(StatusKind, ChatRoomStatusDelegate, chatRoomStatusDelegateSnapshot)
+ZM_OBSERVER_KIND(KVKind, ChatRoomKVStatusChangeDelegate, chatRoomKVStatusChangeDelegateSnapshot)
+ZM_OBSERVER_KIND(NotifyKind, ChatRoomNotifyEventDelegate, chatRoomNotifyEventDelegateSnapshot)
 
 template <class Kind>
 class ListenerSetTest : public testing::Test {};
 using Kinds = testing::Types<StatusKind, KVKind, NotifyKind>;
 TYPED_TEST_SUITE(ListenerSetTest, Kinds);
 
-// One entry per live observer: adding twice keeps one, null and non-members
-// change nothing, a destroyed observer leaves by itself (registration never
-// keeps it alive). A snapshot keeps its members alive while it is walked, and
-// later changes of the set do not reach it.
-TYPED_TEST(ListenerSetTest, WeakMembershipAndSnapshots) {
-    auto first = TypeParam::make(), second = TypeParam::make(), dropped = TypeParam::make();
-    std::weak_ptr<typename TypeParam::Delegate> watch = dropped;
-    for (const auto& observer : {first, first, second, dropped, decltype(first)()}) TypeParam::add(observer);
-    TypeParam::remove(nullptr);
-    TypeParam::remove(TypeParam::make());
+// One entry per live observer, in registration order: adding twice keeps one, null changes
+// nothing, a destroyed observer leaves by itself. Deliveries share one snapshot until this kind's
+// registrations change; it holds its observers weakly and never changes. Only status
+// registrations move the status generation.
+TYPED_TEST(ListenerSetTest, WeakMembershipAndSharedSnapshots) {
+    using K = TypeParam;
+    constexpr bool kStatus = std::is_same_v<K, StatusKind>;
+    using Other = std::conditional_t<kStatus, KVKind, StatusKind>;
+    const auto generation = statusGeneration();
+    const auto others = Other::snapshot();
+    auto first = K::make(), second = K::make(), dropped = K::make();
+    std::weak_ptr<typename K::Delegate> watch = dropped;
+    for (const auto& observer : {first, first, second, dropped, decltype(first)()}) K::add(observer);
+    const auto shared = K::snapshot();
+    K::add(first);
+    K::remove(nullptr);
     dropped.reset();
     EXPECT_TRUE(watch.expired());
-    EXPECT_EQ(TypeParam::all(), (decltype(TypeParam::all()){first, second}));
-
-    auto snapshot = TypeParam::all();
-    TypeParam::remove(first);
-    watch = second;
-    second.reset();
-    auto later = TypeParam::make();
-    TypeParam::add(later);
-    EXPECT_EQ(snapshot, (decltype(snapshot){first, watch.lock()}));
-    snapshot.clear();
-    EXPECT_TRUE(watch.expired());
-    EXPECT_EQ(TypeParam::all(), decltype(TypeParam::all()){later});
-    TypeParam::remove(later);
-    EXPECT_TRUE(TypeParam::all().empty());
+    EXPECT_EQ(K::snapshot(), shared);
+    EXPECT_EQ(Other::snapshot(), others);
+    EXPECT_EQ(K::all(), (decltype(K::all()){first, second}));
+    K::remove(first);
+    K::add(dropped = K::make());
+    EXPECT_EQ(K::all(), (decltype(K::all()){second, dropped}));
+    ASSERT_EQ(shared->size(), 3u);
+    EXPECT_TRUE((*shared)[2].expired());
+    K::remove(second);
+    K::remove(dropped);
+    EXPECT_EQ(statusGeneration() - generation, kStatus ? 7u : 0u);
+    K::remove(K::make());
+    EXPECT_TRUE(K::all().empty());
 }
 
-// Several threads add, remove, drop and snapshot at once; each ends by
-// registering one observer it keeps, and exactly those remain.
-TEST(ListenerManagerTest, ConcurrentUseKeepsTheSetsConsistent) {
-    std::vector<std::shared_ptr<ZMChatRoomStatusDelegate>> survivors(4);
-    std::vector<std::thread> threads;
-    for (size_t t = 0; t < survivors.size(); ++t) {
-        threads.emplace_back([t, &survivors] {
-            for (int round = 0; round < 300; ++round) {
-                auto status = StatusKind::make();
-                auto kv = KVKind::make();
-                auto notify = NotifyKind::make();
-                StatusKind::add(status);
-                KVKind::add(kv);
-                NotifyKind::add(notify);
-                for (const auto& observer : StatusKind::all()) {
-                    ASSERT_NE(observer, nullptr);
-                    observer->onChatRoomJoining("r");
-                }
-                KVKind::all();
-                StatusKind::remove(status);
-                NotifyKind::remove(notify);
-                // kv goes away without being removed: it must vanish by itself.
-            }
-            survivors[t] = StatusKind::make();
-            StatusKind::add(survivors[t]);
-        });
+// The live observers of a snapshot in order, held in place up to eight and beyond on the heap.
+TEST(ListenerManagerTest, LiveObserversKeepTheLiveOnesOfASnapshotInOrder) {
+    for (size_t registered : {0u, 1u, 8u, 9u, 20u}) {
+        std::vector<std::shared_ptr<KVKind::Delegate>> observers, expected;
+        for (size_t i = 0; i < registered; ++i) {
+            KVKind::add(observers.emplace_back(KVKind::make()));
+            if (i % 3 != 1) expected.push_back(observers.back());
+        }
+        for (size_t i = 1; i < registered; i += 3) observers[i].reset();  // dead before the walk: left out
+        const ZMLiveObservers<KVKind::Delegate> live(KVKind::snapshot());
+        EXPECT_EQ(decltype(expected)(live.begin(), live.end()), expected) << registered;
+        EXPECT_EQ(live.size(), expected.size()) << registered;
+        for (const auto& observer : expected) KVKind::remove(observer);
     }
-    for (auto& thread : threads) thread.join();
+}
 
+// Threads add, remove, drop and walk at once, each ending by registering one observer it keeps:
+// exactly those remain, and every status change moved the generation.
+TEST(ListenerManagerTest, ConcurrentUseKeepsTheSetsConsistent) {
+    const auto generation = statusGeneration();
+    std::vector<std::shared_ptr<ZMChatRoomStatusDelegate>> survivors(4);
+    {
+        std::vector<std::jthread> threads;
+        for (auto& survivor : survivors) {
+            threads.emplace_back([&survivor] {
+                for (int round = 0; round < 300; ++round) {
+                    auto status = StatusKind::make();
+                    auto notify = NotifyKind::make();
+                    StatusKind::add(status);
+                    KVKind::add(KVKind::make());  // gone at once, never removed
+                    KVKind::all();
+                    NotifyKind::add(notify);
+                    for (const auto& observer : StatusKind::all()) observer->onChatRoomJoining("r");
+                    StatusKind::remove(status);
+                    NotifyKind::remove(notify);
+                }
+                StatusKind::add(survivor = StatusKind::make());
+            });
+        }
+    }
     auto remaining = StatusKind::all();
     std::sort(remaining.begin(), remaining.end());
     std::sort(survivors.begin(), survivors.end());
     EXPECT_EQ(remaining, survivors);
-    EXPECT_TRUE(KVKind::all().empty());
-    EXPECT_TRUE(NotifyKind::all().empty());
+    EXPECT_EQ(statusGeneration() - generation, 4u * 601);
+    EXPECT_TRUE(KVKind::all().empty() && NotifyKind::all().empty());
 }
 
-}  // namespace
+using KV = ZMChatRoomKVStatusChangeDelegate;
+using Filter = ZMChatRoomKVStatusFilterDelegate;
+using Member = ZMChatRoomMemberDelegate;
+using Notify = ZMChatRoomNotifyEventDelegate;
+using Status = ZMChatRoomStatusDelegate;
+struct UpdateOnly : KV { void chatRoomKVDidUpdate(const std::string&, const ZMValue&) override {} };
+struct InheritsUpdate : UpdateOnly {};
+struct CallsTheDefault final : KV {  // still an implementation
+    void chatRoomKVDidRemove(const std::string& room, const ZMValue& entry) override { KV::chatRoomKVDidRemove(room, entry); }
+};
+struct StatusAndKV : Status, KV {  // KV as a secondary base
+    void onChatRoomJoined(const std::string&, const std::shared_ptr<ZMJoinChatRoomResponse>&) override {}
+    void chatRoomKVDidSync(const std::string&) override {}
+};
+struct VirtualKV : virtual KV { void chatRoomKVDidRemove(const std::string&, const ZMValue&) override {} };
+struct DiamondKV : VirtualKV, virtual KV {};
+struct ModelOnly : Member {
+    using Member::memberDidChange;
+    void memberDidChange(const std::shared_ptr<ZMChatRoomMemberActionModel>&) override {}
+};
+struct GetAllFilterOnly : Filter { ZMValue getAllChatRoomEntriesFilter(const std::string&, const ZMValue& e) override { return e; } };
+struct BanOnly : Notify { void chatRoomNotifyBan(const std::shared_ptr<ZMChatRoomMemberBanEvent>&) override {} };
 
-namespace {
-
-// Deliveries share one immutable snapshot until the registrations change;
-// registering and removing only drop it (they cost the same however many
-// observers are registered), and the next snapshot is built afresh.
-TEST(ListenerManagerTest, SnapshotsAreSharedUntilTheRegistrationsChange) {
-    const auto generationAtStart = manager().chatRoomStatusDelegateGeneration();
-    auto a = StatusKind::make(), b = StatusKind::make();
-    StatusKind::add(a);
-    StatusKind::add(b);
-    EXPECT_EQ(manager().chatRoomStatusDelegateGeneration(), generationAtStart + 2);
-    const auto first = manager().chatRoomStatusDelegateSnapshot();
-    EXPECT_EQ(manager().chatRoomStatusDelegateSnapshot(), first);  // the same object
-    ASSERT_EQ(first->size(), 2u);
-    EXPECT_EQ((*first)[0].lock(), a);
-    EXPECT_EQ((*first)[1].lock(), b);
-
-    StatusKind::add(a);  // already registered: nothing changes
-    EXPECT_EQ(manager().chatRoomStatusDelegateSnapshot(), first);
-    EXPECT_EQ(manager().chatRoomStatusDelegateGeneration(), generationAtStart + 2);
-
-    // A snapshot holds its observers weakly: one destroyed since reads as gone.
-    b.reset();
-    EXPECT_TRUE((*first)[1].expired());
-    EXPECT_EQ(manager().chatRoomStatusDelegateSnapshot(), first);
-
-    auto c = StatusKind::make();
-    StatusKind::add(c);
-    const auto second = manager().chatRoomStatusDelegateSnapshot();
-    EXPECT_NE(second, first);
-    ASSERT_EQ(second->size(), 2u);  // a and c; b has died
-    EXPECT_EQ((*second)[0].lock(), a);
-    EXPECT_EQ((*second)[1].lock(), c);
-    EXPECT_EQ(first->size(), 2u);  // an earlier snapshot never changes
-
-    StatusKind::remove(a);
-    EXPECT_EQ(manager().chatRoomStatusDelegateGeneration(), generationAtStart + 4);
-    const auto third = manager().chatRoomStatusDelegateSnapshot();
-    ASSERT_EQ(third->size(), 1u);
-    EXPECT_EQ((*third)[0].lock(), c);
-    EXPECT_EQ(StatusKind::all(), decltype(StatusKind::all()){c});
-
-    // The other kinds keep snapshots of their own.
-    auto kv = KVKind::make();
-    KVKind::add(kv);
-    EXPECT_EQ(manager().chatRoomStatusDelegateSnapshot(), third);
-    EXPECT_EQ(manager().chatRoomKVStatusChangeDelegateSnapshot()->size(), 1u);
-    EXPECT_TRUE(manager().chatRoomNotifyEventDelegateSnapshot()->empty());
-    StatusKind::remove(c);
-    KVKind::remove(kv);
+// "1" or "0" per callback: whether the observer implements it.
+template <class Interface, class... Callbacks>
+std::string implemented(const Interface& observer, Callbacks... callbacks) {
+    return ((ZMDelegateImplements(observer, callbacks) ? std::string("1") : std::string("0")) + ...);
 }
 
-// The live observers of a snapshot, kept alive for one walk, in order, in
-// place up to eight and beyond that on the heap.
-TEST(ListenerManagerTest, LiveObserversKeepTheLiveOnesOfASnapshotInOrder) {
-    for (size_t registered : {0u, 1u, 8u, 9u, 20u}) {
-        SCOPED_TRACE(registered);
-        std::vector<std::shared_ptr<ZMChatRoomKVStatusChangeDelegate>> observers;
-        for (size_t i = 0; i < registered; ++i) {
-            observers.push_back(KVKind::make());
-            KVKind::add(observers.back());
-        }
-        std::vector<std::shared_ptr<ZMChatRoomKVStatusChangeDelegate>> expected;
-        for (size_t i = 0; i < observers.size(); ++i) {
-            if (i % 3 == 1) {
-                observers[i].reset();  // dead before the walk: left out
-            } else {
-                expected.push_back(observers[i]);
-            }
-        }
-        const ZMLiveObservers<ZMChatRoomKVStatusChangeDelegate> live(manager().chatRoomKVStatusChangeDelegateSnapshot());
-        EXPECT_EQ(std::vector<std::shared_ptr<ZMChatRoomKVStatusChangeDelegate>>(live.begin(), live.end()), expected);
-        EXPECT_EQ(live.size(), expected.size());
-        // Kept alive by the walk: released by everyone else, still there.
-        std::vector<std::weak_ptr<ZMChatRoomKVStatusChangeDelegate>> watched(expected.begin(), expected.end());
-        for (const auto& observer : expected) KVKind::remove(observer);
-        expected.clear();
-        observers.clear();
-        for (const auto& weak : watched) EXPECT_FALSE(weak.expired());
-    }
-    EXPECT_TRUE(KVKind::all().empty());
+// The answer follows the observer's dynamic class, seen through the interface, however the
+// application shapes its classes, for every callback of every interface.
+TEST(ZMDelegateImplements, FollowsTheDynamicClassForEveryCallback) {
+    const auto kv = [](const KV& o) { return implemented(o, &KV::chatRoomKVDidSync, &KV::chatRoomKVDidUpdate, &KV::chatRoomKVDidRemove); };
+    EXPECT_EQ(kv(KV()) + kv(UpdateOnly()) + kv(InheritsUpdate()) + kv(CallsTheDefault()) + kv(StatusAndKV()) + kv(DiamondKV()),
+              "000" "010" "010" "001" "100" "001");
+    EXPECT_EQ(implemented<Status>(StatusAndKV(), &Status::onChatRoomJoined, &Status::onChatRoomJoining, &Status::onChatRoomDestroyed), "100");
+    using ListCallback = void (Member::*)(const std::vector<std::shared_ptr<ZMChatRoomMemberAction>>&, const std::string&);
+    using ModelCallback = void (Member::*)(const std::shared_ptr<ZMChatRoomMemberActionModel>&);
+    EXPECT_EQ(implemented<Member>(ModelOnly(), static_cast<ListCallback>(&Member::memberDidChange), static_cast<ModelCallback>(&Member::memberDidChange)), "01");
+    EXPECT_EQ(implemented<Filter>(GetAllFilterOnly(), &Filter::getAllChatRoomEntriesFilter, &Filter::chatRoomKVUpdateFilter,
+                                  &Filter::chatRoomKVRemoveFilter, &Filter::chatRoomKVStatusDidSync), "1000");
+    EXPECT_EQ(implemented<Notify>(BanOnly(), &Notify::chatRoomNotifyMultiLoginSync, &Notify::chatRoomNotifyBlock, &Notify::chatRoomNotifyBan), "001");
 }
 
 }  // namespace
