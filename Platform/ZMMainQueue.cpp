@@ -111,6 +111,16 @@ size_t ZMMainQueue::activeTimerCount() const {
                                              [](const std::shared_ptr<ZMTimer>& timer) { return timer->isValid(); }));
 }
 
+void ZMMainQueue::invalidateTimers() {
+    std::vector<std::function<void()>> released;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        for (const auto& timer : timers_) timer->invalidate();
+        pruneLocked(released);
+    }
+    released.clear();  // destroyed outside the lock
+}
+
 size_t ZMMainQueue::drain() {
     std::unique_lock<std::mutex> lock(mutex_);
     return drainLocked(lock);

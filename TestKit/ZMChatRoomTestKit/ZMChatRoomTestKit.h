@@ -40,7 +40,8 @@ public:
     // with the module loaded (if it was): settles, makes the module forget
     // every cached room and KV synchronisation flag, stops its rejoin timer,
     // unregisters every status, KV and notify-event observer, clears the
-    // member observer and the KV filter, settles again, resets the emulator
+    // member observer and the KV filter, settles again, invalidates every
+    // timer left on the main queue, resets the emulator
     // (ZMCoreEmulator::reset: rules, requests, held requests, KV server,
     // navigation data, connection status 0, logger, ...), drains the main
     // queue and clears the requests and log lines the reset itself caused.
