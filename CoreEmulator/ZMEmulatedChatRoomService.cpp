@@ -3,7 +3,11 @@
 #include <algorithm>
 #include <exception>
 #include <iterator>
+#include <optional>
+#include <string_view>
+#include <type_traits>
 #include <utility>
+#include <variant>
 
 #include <CoreEmulator/ZMEmulatedDispatcher.h>
 #include <Platform/ZMUTF16.h>
@@ -21,18 +25,27 @@ ZMValue payloadValue(const ZMData& data) {
     return ZMValue::binary(data);
 }
 
-// A request's arguments: a dictionary built in place from ("key", value)
-// pairs.
-void addArguments(ZMValue::object_t&) {}
-template <class Value, class... More>
-void addArguments(ZMValue::object_t& arguments, const char* key, Value&& value, More&&... more) {
-    arguments.emplace(key, ZMValue(std::forward<Value>(value)));
+// A request's arguments from ("name", value) pairs, in the order passed.
+template <class Arguments, class Value>
+void addArgument(Arguments& arguments, const char* name, Value&& value) {
+    if constexpr (std::is_same_v<std::remove_cvref_t<Value>, std::string>) {
+        arguments.push_back({name, std::string(std::forward<Value>(value))});
+    } else {
+        arguments.push_back({name, ZMValue(std::forward<Value>(value))});
+    }
+}
+template <class Arguments>
+void addArguments(Arguments&) {}
+template <class Arguments, class Value, class... More>
+void addArguments(Arguments& arguments, const char* name, Value&& value, More&&... more) {
+    addArgument(arguments, name, std::forward<Value>(value));
     addArguments(arguments, std::forward<More>(more)...);
 }
-template <class... Pairs>
-ZMValue argumentsOf(Pairs&&... pairs) {
-    ZMValue arguments = ZMValue::object();
-    addArguments(arguments.get_ref<ZMValue::object_t&>(), std::forward<Pairs>(pairs)...);
+template <class Arguments, class... Pairs>
+Arguments argumentsOf(Pairs&&... pairs) {
+    Arguments arguments;
+    arguments.reserve(sizeof...(Pairs) / 2);
+    addArguments(arguments, std::forward<Pairs>(pairs)...);
     return arguments;
 }
 
@@ -69,6 +82,12 @@ auto entriesResponder(ZMCoreSuccessBlock success, ZMCoreEntriesErrorBlock error)
     };
 }
 
+// A recorded request's "chatroomId" argument; empty when it has none.
+std::string chatroomIdOf(const ZMCoreRequest& request) {
+    const auto found = request.arguments.find("chatroomId");
+    return found != request.arguments.end() && found->is_string() ? found->get<std::string>() : std::string();
+}
+
 }  // namespace
 
 ZMEmulatedChatRoomService::ZMEmulatedChatRoomService()
@@ -94,7 +113,7 @@ void ZMEmulatedChatRoomService::initChatRoomListener(ZMChatRoomStatusChangeBlock
         kvChangeBlock_ = std::move(kvChangeBlock);
         roomDestroyedBlock_ = std::move(roomDestroyedBlock);
     }
-    record("initChatRoomListener", ZMValue::object());
+    record("initChatRoomListener", {});
 }
 
 void ZMEmulatedChatRoomService::setChatRoomPSListener() {
@@ -102,13 +121,13 @@ void ZMEmulatedChatRoomService::setChatRoomPSListener() {
         std::lock_guard<std::mutex> lock(mutex_);
         pushListening_ = true;
     }
-    record("setChatRoomPSListener", ZMValue::object());
+    record("setChatRoomPSListener", {});
 }
 
 void ZMEmulatedChatRoomService::joinChatroom(const std::string& chatroomId, int32_t limit, bool useCacheTime,
                                              int32_t joinMode, ZMChatRoomJoinResultBlock resultBlock) {
     handle("joinChatroom",
-           argumentsOf("chatroomId", chatroomId, "limit", limit, "useCacheTime", useCacheTime, "joinMode", joinMode),
+           argumentsOf<Arguments>("chatroomId", chatroomId, "limit", limit, "useCacheTime", useCacheTime, "joinMode", joinMode),
            [resultBlock = std::move(resultBlock)](const ZMCoreAnswer& answer) {
                if (resultBlock) resultBlock(answer.code, answer.result);
            });
@@ -118,14 +137,14 @@ void ZMEmulatedChatRoomService::joinExistingChatroom(const std::string& chatroom
                                                      bool useCacheTime, int32_t joinMode,
                                                      ZMChatRoomJoinResultBlock resultBlock) {
     handle("joinExistingChatroom",
-           argumentsOf("chatroomId", chatroomId, "limit", limit, "useCacheTime", useCacheTime, "joinMode", joinMode),
+           argumentsOf<Arguments>("chatroomId", chatroomId, "limit", limit, "useCacheTime", useCacheTime, "joinMode", joinMode),
            [resultBlock = std::move(resultBlock)](const ZMCoreAnswer& answer) {
                if (resultBlock) resultBlock(answer.code, answer.result);
            });
 }
 
 void ZMEmulatedChatRoomService::quitChatroom(const std::string& chatroomId, ZMChatRoomQuitResultBlock resultBlock) {
-    handle("quitChatroom", argumentsOf("chatroomId", chatroomId),
+    handle("quitChatroom", argumentsOf<Arguments>("chatroomId", chatroomId),
            [resultBlock = std::move(resultBlock)](const ZMCoreAnswer& answer) {
                if (resultBlock) resultBlock(answer.code);
            });
@@ -134,7 +153,7 @@ void ZMEmulatedChatRoomService::quitChatroom(const std::string& chatroomId, ZMCh
 void ZMEmulatedChatRoomService::clearChatroomMessageAndKVWithTargetId(const std::string& chatroomId,
                                                                       bool clearMsg, bool clearKv) {
     record("clearChatroomMessageAndKVWithTargetId",
-           argumentsOf("chatroomId", chatroomId, "clearMsg", clearMsg, "clearKv", clearKv));
+           argumentsOf<Arguments>("chatroomId", chatroomId, "clearMsg", clearMsg, "clearKv", clearKv));
 }
 
 void ZMEmulatedChatRoomService::setChatroomStatus(const std::string& chatroomId, const std::string& key,
@@ -143,7 +162,7 @@ void ZMEmulatedChatRoomService::setChatroomStatus(const std::string& chatroomId,
                                                   const ZMData& notificationContent, int32_t persistentFlag,
                                                   ZMCoreSuccessBlock success, ZMCoreErrorBlock error) {
     handle("setChatroomStatus",
-           argumentsOf("chatroomId", chatroomId,
+           argumentsOf<Arguments>("chatroomId", chatroomId,
                        "key", key,
                        "value", value,
                        "overwrite", overwrite,
@@ -161,7 +180,7 @@ void ZMEmulatedChatRoomService::removeChatRoomStatus(const std::string& chatroom
                                                      const ZMData& notificationContent, int32_t persistentFlag,
                                                      ZMCoreSuccessBlock success, ZMCoreErrorBlock error) {
     handle("removeChatRoomStatus",
-           argumentsOf("chatroomId", chatroomId,
+           argumentsOf<Arguments>("chatroomId", chatroomId,
                        "key", key,
                        "overwrite", overwrite,
                        "sendNotification", sendNotification,
@@ -173,7 +192,7 @@ void ZMEmulatedChatRoomService::removeChatRoomStatus(const std::string& chatroom
 
 void ZMEmulatedChatRoomService::getChatRoomEntry(const std::string& chatroomId, const std::string& key,
                                                  ZMCoreDictionaryBlock success, ZMCoreErrorBlock error) {
-    handle("getChatRoomEntry", argumentsOf("chatroomId", chatroomId, "key", key),
+    handle("getChatRoomEntry", argumentsOf<Arguments>("chatroomId", chatroomId, "key", key),
            dictionaryResponder(std::move(success), std::move(error)));
 }
 
@@ -181,7 +200,7 @@ void ZMEmulatedChatRoomService::setChatRoomEntries(const std::string& chatroomId
                                                    bool overwrite, bool autoDelete, ZMCoreSuccessBlock success,
                                                    ZMCoreEntriesErrorBlock error) {
     handle("setChatRoomEntries",
-           argumentsOf("chatroomId", chatroomId,
+           argumentsOf<Arguments>("chatroomId", chatroomId,
                        "entries", entries,
                        "overwrite", overwrite,
                        "autoDelete", autoDelete),
@@ -191,25 +210,25 @@ void ZMEmulatedChatRoomService::setChatRoomEntries(const std::string& chatroomId
 void ZMEmulatedChatRoomService::removeChatRoomEntries(const std::string& chatroomId, const ZMValue& keys,
                                                       bool overwrite, ZMCoreSuccessBlock success,
                                                       ZMCoreEntriesErrorBlock error) {
-    handle("removeChatRoomEntries", argumentsOf("chatroomId", chatroomId, "keys", keys, "overwrite", overwrite),
+    handle("removeChatRoomEntries", argumentsOf<Arguments>("chatroomId", chatroomId, "keys", keys, "overwrite", overwrite),
            entriesResponder(std::move(success), std::move(error)));
 }
 
 void ZMEmulatedChatRoomService::getChatRoomEntriesByBatch(const std::string& chatroomId, const ZMValue& keys,
                                                           ZMCoreDictionaryBlock success, ZMCoreErrorBlock error) {
-    handle("getChatRoomEntriesByBatch", argumentsOf("chatroomId", chatroomId, "keys", keys),
+    handle("getChatRoomEntriesByBatch", argumentsOf<Arguments>("chatroomId", chatroomId, "keys", keys),
            dictionaryResponder(std::move(success), std::move(error)));
 }
 
 void ZMEmulatedChatRoomService::getAllChatRoomEntries(const std::string& chatroomId, bool isSync,
                                                       ZMCoreDictionaryBlock success, ZMCoreErrorBlock error) {
-    handle("getAllChatRoomEntries", argumentsOf("chatroomId", chatroomId, "isSync", isSync),
+    handle("getAllChatRoomEntries", argumentsOf<Arguments>("chatroomId", chatroomId, "isSync", isSync),
            dictionaryResponder(std::move(success), std::move(error)));
 }
 
 void ZMEmulatedChatRoomService::queryChatroomInfo(const std::string& chatroomId, int32_t limit, uint64_t order,
                                                   ZMCoreDictionaryBlock success, ZMCoreErrorBlock error) {
-    handle("queryChatroomInfo", argumentsOf("chatroomId", chatroomId, "limit", limit, "order", order),
+    handle("queryChatroomInfo", argumentsOf<Arguments>("chatroomId", chatroomId, "limit", limit, "order", order),
            dictionaryResponder(std::move(success), std::move(error)));
 }
 
@@ -218,7 +237,7 @@ void ZMEmulatedChatRoomService::getChatroomHistoryMessage(const std::string& cha
                                                           ZMCoreHistoryBlock successBlock,
                                                           ZMCoreErrorBlock errorBlock) {
     handle("getChatroomHistoryMessage",
-           argumentsOf("chatroomId", chatroomId,
+           argumentsOf<Arguments>("chatroomId", chatroomId,
                        "sendTime", sendTime,
                        "limit", limit,
                        "order", order,
@@ -234,24 +253,48 @@ void ZMEmulatedChatRoomService::getChatroomHistoryMessage(const std::string& cha
 
 void ZMEmulatedChatRoomService::bindRTCRoomForChatroom(const std::string& chatroomId, const std::string& rtcRoomId,
                                                        ZMCoreSuccessBlock success, ZMCoreErrorBlock error) {
-    handle("bindRTCRoomForChatroom", argumentsOf("chatroomId", chatroomId, "rtcRoomId", rtcRoomId),
+    handle("bindRTCRoomForChatroom", argumentsOf<Arguments>("chatroomId", chatroomId, "rtcRoomId", rtcRoomId),
            plainResponder(std::move(success), std::move(error)));
 }
 
 // ---- Recording and answering -------------------------------------------------
+
+ZMCoreRequest ZMEmulatedChatRoomService::RecordedRequest::request() const {
+    ZMCoreRequest built{id, operation, ZMValue::object()};
+    auto& dictionary = built.arguments.get_ref<ZMValue::object_t&>();
+    for (const auto& [name, value] : arguments) {
+        dictionary.emplace(name, std::visit([](const auto& held) { return ZMValue(held); }, value));
+    }
+    return built;
+}
+
+const std::string& ZMEmulatedChatRoomService::RecordedRequest::chatroomId() const {
+    static const std::string kNone;
+    for (const auto& [name, value] : arguments) {
+        if (std::string_view(name) == "chatroomId") {
+            if (const auto* text = std::get_if<std::string>(&value)) return *text;
+        }
+    }
+    return kNone;
+}
 
 uint64_t ZMEmulatedChatRoomService::takeRequestId() {
     std::lock_guard<std::mutex> lock(mutex_);
     return ++lastRequestId_;
 }
 
-void ZMEmulatedChatRoomService::insertRecordedLocked(ZMCoreRequest request) {
-    if (auto counted = recordedCounts_.find(request.operation); counted != recordedCounts_.end()) {
-        ++counted->second;
+bool ZMEmulatedChatRoomService::insertRecordedLocked(RecordedRequest request) {
+    const std::string_view operation(request.operation);
+    size_t count = 1;
+    if (auto counted = recordedCounts_.find(operation); counted != recordedCounts_.end()) {
+        count = ++counted->second;
     } else {
-        recordedCounts_.emplace(request.operation, 1);
+        recordedCounts_.emplace(operation, 1);
     }
-    if (requestCapacity_ == 0) return;
+    const bool waitOver = std::any_of(requestWaits_.begin(), requestWaits_.end(), [&](const RequestWait* wait) {
+        return wait->operation == operation && count >= wait->count;
+    });
+    if (requestCapacity_ == 0) return waitOver;
     // Ids are taken in arrival order but a request becomes visible only once
     // its fate (answered or held) is settled, so a concurrent request may
     // overtake it here; keep the record in id order all the same. It lands at
@@ -261,28 +304,37 @@ void ZMEmulatedChatRoomService::insertRecordedLocked(ZMCoreRequest request) {
     requests_.insert(position, std::move(request));
     // Bounded: the oldest request drops out.
     if (requests_.size() > requestCapacity_) requests_.pop_front();
+    return waitOver;
 }
 
-void ZMEmulatedChatRoomService::record(const std::string& operation, ZMValue arguments) {
+void ZMEmulatedChatRoomService::record(const char* operation, Arguments arguments) {
     const uint64_t id = takeRequestId();
+    bool waitOver = false;
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        insertRecordedLocked(ZMCoreRequest{id, operation, std::move(arguments)});
+        waitOver = insertRecordedLocked(RecordedRequest{id, operation, std::move(arguments)});
     }
-    recorded_.notify_all();
+    if (waitOver) recorded_.notify_all();
 }
 
-void ZMEmulatedChatRoomService::handle(const std::string& operation, ZMValue arguments, Responder responder) {
-    ZMCoreRequest request{0, operation, std::move(arguments)};
+void ZMEmulatedChatRoomService::handle(const char* operation, Arguments arguments, Responder responder) {
+    RecordedRequest recorded{0, operation, std::move(arguments)};
     Rule rule;
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        request.id = ++lastRequestId_;
-        if (auto found = rules_.find(operation); found != rules_.end()) rule = found->second;
+        recorded.id = ++lastRequestId_;
+        if (auto found = rules_.find(std::string_view(operation)); found != rules_.end()) rule = found->second;
     }
+    // The request as a rule, the KV server model or a held request reads it,
+    // built once when first needed.
+    std::optional<ZMCoreRequest> request;
+    auto readable = [&]() -> const ZMCoreRequest& {
+        if (!request) request = recorded.request();
+        return *request;
+    };
 
     // A quit ends the stay in the room whatever answers it.
-    ZMEmulatedKVServer::FollowUp afterAnswer = kvServer_.requestArrived(request);
+    ZMEmulatedKVServer::FollowUp afterAnswer = kvServer_.requestArrived(operation, recorded.chatroomId());
 
     // The rule is the test's code: it runs without the emulator's lock, so it
     // may use the control API. Without a rule the KV server model answers the
@@ -290,17 +342,17 @@ void ZMEmulatedChatRoomService::handle(const std::string& operation, ZMValue arg
     std::optional<ZMCoreAnswer> answer;
     if (rule) {
         try {
-            answer = rule(request);
+            answer = rule(readable());
         } catch (const std::exception& error) {
             ZMFwLog::getInstance().write(2, 1024, kLogTag, "rule of %@ raised an exception, request %@ held: %@",
-                                         operation, request.id, std::string(error.what()));
+                                         std::string(operation), recorded.id, std::string(error.what()));
             answer.reset();
         } catch (...) {
             ZMFwLog::getInstance().write(2, 1024, kLogTag, "rule of %@ raised an exception, request %@ held: %@",
-                                         operation, request.id, std::string("(unknown)"));
+                                         std::string(operation), recorded.id, std::string("(unknown)"));
             answer.reset();
         }
-    } else if (auto reply = kvServer_.answer(request)) {
+    } else if (auto reply = ZMEmulatedKVServer::answers(operation) ? kvServer_.answer(readable()) : std::nullopt) {
         answer = std::move(reply->answer);
         afterAnswer = std::move(reply->afterAnswer);
     } else {
@@ -310,25 +362,27 @@ void ZMEmulatedChatRoomService::handle(const std::string& operation, ZMValue arg
     // Outstanding from before the request is visible until its answer is
     // queued: "wait for the request, then wait until idle" sees the answer.
     ZMEmulatedDispatcher::Hold pending(ZMEmulatedDispatcher::shared());
-    if (answer) afterAnswer = answered(request, *answer, std::move(afterAnswer));
+    if (answer) afterAnswer = answered(operation, recorded.chatroomId(), *answer, std::move(afterAnswer));
+    bool waitOver = false;
     {
         // Recorded and, if so, held in one step: whoever sees the request sees
         // it held and can answer it.
         std::lock_guard<std::mutex> lock(mutex_);
-        if (!answer) held_.emplace(request.id, HeldRequest{request, responder, afterAnswer});
-        insertRecordedLocked(std::move(request));
+        if (!answer) held_.emplace(recorded.id, HeldRequest{readable(), responder, afterAnswer});
+        waitOver = insertRecordedLocked(std::move(recorded));
     }
-    recorded_.notify_all();
+    if (waitOver) recorded_.notify_all();
 
     if (answer) queueAnswer(std::move(responder), std::move(*answer), std::move(afterAnswer));
 }
 
-ZMEmulatedKVServer::FollowUp ZMEmulatedChatRoomService::answered(const ZMCoreRequest& request,
+ZMEmulatedKVServer::FollowUp ZMEmulatedChatRoomService::answered(std::string_view operation,
+                                                                 const std::string& chatroomId,
                                                                  const ZMCoreAnswer& answer,
                                                                  ZMEmulatedKVServer::FollowUp afterAnswer) {
     // A join answered with success makes the user a member now; its first
     // synchronisation follows the answer.
-    if (auto admitted = kvServer_.requestAnswered(request, answer)) return admitted;
+    if (auto admitted = kvServer_.requestAnswered(operation, chatroomId, answer)) return admitted;
     return afterAnswer;
 }
 
@@ -347,10 +401,9 @@ void ZMEmulatedChatRoomService::queueAnswer(Responder responder, ZMCoreAnswer an
 
 std::vector<ZMCoreRequest> ZMEmulatedChatRoomService::requests(const std::string* operation) const {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (operation == nullptr) return std::vector<ZMCoreRequest>(requests_.begin(), requests_.end());
     std::vector<ZMCoreRequest> matching;
-    for (const auto& request : requests_) {
-        if (request.operation == *operation) matching.push_back(request);
+    for (const auto& recorded : requests_) {
+        if (operation == nullptr || *operation == recorded.operation) matching.push_back(recorded.request());
     }
     return matching;
 }
@@ -364,11 +417,16 @@ void ZMEmulatedChatRoomService::clearRequests() {
 bool ZMEmulatedChatRoomService::waitForRequests(const std::string& operation, size_t count,
                                                 double timeoutSeconds) const {
     std::unique_lock<std::mutex> lock(mutex_);
-    // Each wake-up reads the operation's count; the record is not searched.
-    return recorded_.wait_for(lock, ZMEmulatedDispatcher::waitDuration(timeoutSeconds), [&] {
+    // Registered while it waits, so that only the request reaching the count
+    // wakes it; each wake-up reads the operation's count, not the record.
+    const RequestWait wait{operation, count};
+    requestWaits_.push_back(&wait);
+    const bool reached = recorded_.wait_for(lock, ZMEmulatedDispatcher::waitDuration(timeoutSeconds), [&] {
         const auto counted = recordedCounts_.find(operation);
         return (counted == recordedCounts_.end() ? 0 : counted->second) >= count;
     });
+    requestWaits_.erase(std::find(requestWaits_.begin(), requestWaits_.end(), &wait));
+    return reached;
 }
 
 void ZMEmulatedChatRoomService::setRequestCapacity(size_t capacity) {
@@ -413,14 +471,15 @@ bool ZMEmulatedChatRoomService::answer(uint64_t requestId, const ZMCoreAnswer& a
         held = std::move(found->second);
         held_.erase(found);
     }
-    auto afterAnswer = answered(held.request, answer, std::move(held.afterAnswer));
+    auto afterAnswer =
+        answered(held.request.operation, chatroomIdOf(held.request), answer, std::move(held.afterAnswer));
     queueAnswer(std::move(held.responder), answer, std::move(afterAnswer));
     return true;
 }
 
 void ZMEmulatedChatRoomService::resetRequests() {
     std::map<uint64_t, HeldRequest> dropped;
-    std::map<std::string, Rule> rules;
+    std::map<std::string, Rule, std::less<>> rules;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         dropped.swap(held_);

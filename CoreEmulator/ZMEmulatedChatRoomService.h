@@ -8,6 +8,8 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <variant>
 #include <vector>
 
 #include <CoreEmulator/ZMCoreRequest.h>
@@ -109,35 +111,63 @@ private:
         // removal push); may be empty.
         ZMEmulatedKVServer::FollowUp afterAnswer;
     };
+    // A request's arguments as they were passed: parameter names with their
+    // values, strings kept as plain strings. The dictionary of a
+    // ZMCoreRequest is built from them only when something reads the request
+    // (a rule, the KV server model, a held request, the record's readers), so
+    // a request nobody looks at costs no dynamic values.
+    struct Argument {
+        const char* name;
+        std::variant<std::string, ZMValue> value;
+    };
+    using Arguments = std::vector<Argument>;
+    struct RecordedRequest {
+        uint64_t id = 0;
+        const char* operation = "";  // the operation's name, a string literal
+        Arguments arguments;
+
+        ZMCoreRequest request() const;
+        // The "chatroomId" argument; empty when there is none.
+        const std::string& chatroomId() const;
+    };
+    // A waitForRequests() call in progress: woken once its operation's count
+    // reaches count, not by every request.
+    struct RequestWait {
+        std::string_view operation;
+        size_t count = 0;
+    };
 
     ZMEmulatedChatRoomService();
     ~ZMEmulatedChatRoomService() override = default;
 
     // Records a request that has no answer (listener set-up, local clearing).
-    void record(const std::string& operation, ZMValue arguments);
+    void record(const char* operation, Arguments arguments);
     // Records a request and answers it by its rule, or holds it.
-    void handle(const std::string& operation, ZMValue arguments, Responder responder);
+    void handle(const char* operation, Arguments arguments, Responder responder);
     uint64_t takeRequestId();
     // Adds a request to the record in id order; the caller holds mutex_.
-    void insertRecordedLocked(ZMCoreRequest request);
+    // Answers whether a waiter's count has been reached (the caller then
+    // notifies recorded_ once it has let the lock go).
+    bool insertRecordedLocked(RecordedRequest request);
     // Tells the KV server model a request has its answer, and answers what
     // follows the answer's delivery: the model's follow-up (a join starts
     // the first synchronisation) or else afterAnswer.
-    ZMEmulatedKVServer::FollowUp answered(const ZMCoreRequest& request, const ZMCoreAnswer& answer,
-                                          ZMEmulatedKVServer::FollowUp afterAnswer);
+    ZMEmulatedKVServer::FollowUp answered(std::string_view operation, const std::string& chatroomId,
+                                          const ZMCoreAnswer& answer, ZMEmulatedKVServer::FollowUp afterAnswer);
     // Delivers an answer on a callback thread: the request's callbacks, then
     // the follow-up.
     void queueAnswer(Responder responder, ZMCoreAnswer answer, ZMEmulatedKVServer::FollowUp afterAnswer);
 
     mutable std::mutex mutex_;
     mutable std::condition_variable recorded_;
+    mutable std::vector<const RequestWait*> requestWaits_;
     uint64_t lastRequestId_ = 0;
     // The record, bounded by requestCapacity_, and how many requests of each
     // operation were recorded since the last clear (dropped ones included).
-    std::deque<ZMCoreRequest> requests_;
+    std::deque<RecordedRequest> requests_;
     size_t requestCapacity_ = kDefaultRequestCapacity;
     std::map<std::string, size_t, std::less<>> recordedCounts_;
-    std::map<std::string, Rule> rules_;
+    std::map<std::string, Rule, std::less<>> rules_;
     std::map<uint64_t, HeldRequest> held_;  // ordered by id, i.e. by arrival
     ZMChatRoomStatusChangeBlock statusChangeBlock_;
     ZMChatRoomKVChangeBlock kvChangeBlock_;

@@ -11,7 +11,7 @@ namespace {
 // through a reset of the room.
 bool admitsToRoom(int32_t code) { return code == 0 || code == 33009; }
 
-bool isJoin(const std::string& operation) {
+bool isJoin(std::string_view operation) {
     return operation == "joinChatroom" || operation == "joinExistingChatroom";
 }
 
@@ -60,9 +60,10 @@ ZMEmulatedKVServer::~ZMEmulatedKVServer() = default;
 
 // ---- Hooks of the chat-room service ----------------------------------------------
 
-ZMEmulatedKVServer::FollowUp ZMEmulatedKVServer::requestArrived(const ZMCoreRequest& request) {
-    if (request.operation != "quitChatroom") return {};
-    const std::string room = roomOf(request);
+ZMEmulatedKVServer::FollowUp ZMEmulatedKVServer::requestArrived(std::string_view operation,
+                                                               const std::string& chatroomId) {
+    if (operation != "quitChatroom") return {};
+    const std::string& room = chatroomId;
     Change removed = ZMValue::object();
     {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -86,20 +87,32 @@ ZMEmulatedKVServer::FollowUp ZMEmulatedKVServer::requestArrived(const ZMCoreRequ
     return [kvChange = pushes_.kvChange, room, removed] { kvChange(room, ZMValue::object(), removed); };
 }
 
-std::optional<ZMEmulatedKVServer::Reply> ZMEmulatedKVServer::answer(const ZMCoreRequest& request) {
-    const std::string& operation = request.operation;
-    const bool isWrite = operation == "setChatroomStatus" || operation == "removeChatRoomStatus" ||
-                         operation == "setChatRoomEntries" || operation == "removeChatRoomEntries";
-    const bool isRead = operation == "getChatRoomEntry" || operation == "getChatRoomEntriesByBatch" ||
-                        operation == "getAllChatRoomEntries";
-    if (!(isWrite || isRead) || !isEnabled()) return std::nullopt;
-    return isWrite ? write(request) : read(request);
+namespace {
+
+bool isKVWrite(std::string_view operation) {
+    return operation == "setChatroomStatus" || operation == "removeChatRoomStatus" ||
+           operation == "setChatRoomEntries" || operation == "removeChatRoomEntries";
 }
 
-ZMEmulatedKVServer::FollowUp ZMEmulatedKVServer::requestAnswered(const ZMCoreRequest& request,
+bool isKVRead(std::string_view operation) {
+    return operation == "getChatRoomEntry" || operation == "getChatRoomEntriesByBatch" ||
+           operation == "getAllChatRoomEntries";
+}
+
+}  // namespace
+
+bool ZMEmulatedKVServer::answers(std::string_view operation) { return isKVWrite(operation) || isKVRead(operation); }
+
+std::optional<ZMEmulatedKVServer::Reply> ZMEmulatedKVServer::answer(const ZMCoreRequest& request) {
+    if (!answers(request.operation) || !isEnabled()) return std::nullopt;
+    return isKVWrite(request.operation) ? write(request) : read(request);
+}
+
+ZMEmulatedKVServer::FollowUp ZMEmulatedKVServer::requestAnswered(std::string_view operation,
+                                                                const std::string& chatroomId,
                                                                 const ZMCoreAnswer& answer) {
-    if (!isJoin(request.operation) || !admitsToRoom(answer.code)) return {};
-    const std::string room = roomOf(request);
+    if (!isJoin(operation) || !admitsToRoom(answer.code)) return {};
+    const std::string& room = chatroomId;
     std::lock_guard<std::mutex> lock(mutex_);
     if (!enabled_) return {};
     Membership& membership = memberships_[room];

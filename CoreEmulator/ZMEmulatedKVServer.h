@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <CoreEmulator/ZMCoreRequest.h>
@@ -73,14 +74,16 @@ public:
     // A request has arrived (before any rule runs): a quit ends the
     // membership now; what it returns pushes the removal of the user's
     // autoDelete entries once the quit is answered.
-    FollowUp requestArrived(const ZMCoreRequest& request);
+    FollowUp requestArrived(std::string_view operation, const std::string& chatroomId);
+    // True for the KV operations, the ones answer() may answer.
+    static bool answers(std::string_view operation);
     // The model's answer to a KV request that no rule answers; nothing for
     // other operations and while the model is off.
     std::optional<Reply> answer(const ZMCoreRequest& request);
     // A request was answered, by whatever answered it: a join answered 0 or
     // 33009 makes the current user a member, and what it returns starts the
     // room's first synchronisation.
-    FollowUp requestAnswered(const ZMCoreRequest& request, const ZMCoreAnswer& answer);
+    FollowUp requestAnswered(std::string_view operation, const std::string& chatroomId, const ZMCoreAnswer& answer);
     // Events of the session and the server.
     void logout();
     void roomDestroyed(const std::string& chatroomId);

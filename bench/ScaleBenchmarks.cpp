@@ -7,6 +7,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -24,34 +25,11 @@ namespace {
 using namespace zmbench;
 using Clock = std::chrono::steady_clock;
 
-// Counts the join requests the core has seen and wakes a waiter once a
-// target is reached; every request is answered with success.
-struct JoinCounter {
-    std::atomic<uint64_t> seen{0};
-    std::atomic<uint64_t> target{0};
-    std::atomic<bool> reached{false};
-
-    void install() {
-        core().setRule("joinChatroom", [this](const ZMCoreRequest&) -> std::optional<ZMCoreAnswer> {
-            if (seen.fetch_add(1, std::memory_order_acq_rel) + 1 == target.load(std::memory_order_acquire)) {
-                reached.store(true, std::memory_order_release);
-                reached.notify_one();
-            }
-            return ZMCoreAnswer::success();
-        });
-    }
-    void expect(uint64_t more) {
-        reached.store(false, std::memory_order_relaxed);
-        target.store(seen.load(std::memory_order_acquire) + more, std::memory_order_release);
-    }
-    void wait() {
-        while (!reached.load(std::memory_order_acquire)) reached.wait(false, std::memory_order_acquire);
-    }
-};
-
-JoinCounter& joinCounter() {
-    static JoinCounter* const counter = new JoinCounter();
-    return *counter;
+// Waits until the core has seen count join requests since its record was
+// last cleared (every request is answered with success, the emulator's
+// default).
+void waitForJoinRequests(int64_t count) {
+    if (!core().waitForRequests("joinChatroom", static_cast<size_t>(count), 600)) std::abort();
 }
 
 // The cache holds exactly `rooms` joined rooms, joined through the public
@@ -72,9 +50,9 @@ void populate(int64_t rooms) {
     Population& current = population();
     auto& cacheClient = client();
     // Other benchmarks run in between (in random order) answer joins with
-    // rules of their own and clear the cache: the counting rule goes back in
-    // every time, and the rooms are joined again unless they are all there.
-    joinCounter().install();
+    // rules of their own and clear the cache: the rules go, and the rooms
+    // are joined again unless they are all there.
+    core().clearRules();
     if (current.rooms == rooms && cacheClient.cacheChatRoomDict().count() == static_cast<size_t>(rooms)) return;
     cacheClient.clearChatRoom();
     settle();
@@ -94,11 +72,9 @@ void populate(int64_t rooms) {
         settle();
         forgetCoreRecords();
     };
-    joinCounter().expect(static_cast<uint64_t>(rooms));
     join(0, rooms / 2);
     const int64_t half = liveHeapBytes();
     join(rooms / 2, rooms);
-    joinCounter().wait();
     current.rooms = rooms;
     current.bytesPerRoom = static_cast<double>(liveHeapBytes() - half) / static_cast<double>(rooms - rooms / 2);
 }
@@ -131,10 +107,9 @@ void BM_ReconnectSweep(benchmark::State& state) {
         core().setConnectionStatus(1);  // every room failed
         settle();
         forgetCoreRecords();
-        joinCounter().expect(static_cast<uint64_t>(rooms));
         const auto start = Clock::now();
         core().setConnectionStatus(0);  // the sweep runs on the core's callback thread
-        joinCounter().wait();
+        waitForJoinRequests(rooms);
         return Clock::now() - start;
     });
     state.counters["bytes_per_room"] = population().bytesPerRoom;
@@ -148,11 +123,11 @@ BENCHMARK(BM_ReconnectSweep)
     ->Repetitions(3);
 
 // The core emulator's own share of each rejoin: join requests made straight
-// to the emulator from one thread, each recorded, seen by the counting rule
-// and its answer handed to a callback thread (delivered outside the timing).
+// to the emulator from one thread, each recorded and its answer handed to a
+// callback thread (delivered outside the timing).
 void BM_CoreJoinRequest(benchmark::State& state) {
     loadedModule();
-    joinCounter().install();
+    core().clearRules();
     auto& service = ZMKernel::sharedInstance().chatRoomPSManager();
     constexpr int64_t kBatch = 1000;
     timedRounds(state, "us_per_request", kBatch, [&] {
@@ -239,9 +214,9 @@ void BM_TimerSweepAllJoined(benchmark::State& state) {
     client().startChatRoomRejoinTimer();
     mainQueue.drain();
     if (mainQueue.activeTimerCount() == 0) state.SkipWithError("no rejoin timer");
-    const uint64_t joinsBefore = joinCounter().seen.load();
+    forgetCoreRecords();
     for (auto _ : state) mainQueue.advance(2.0);
-    if (joinCounter().seen.load() != joinsBefore) state.SkipWithError("the timer rejoined a joined room");
+    if (core().waitForRequests("joinChatroom", 1, 0)) state.SkipWithError("the timer rejoined a joined room");
 }
 BENCHMARK(BM_TimerSweepAllJoined)->Arg(10000)->Unit(benchmark::kMicrosecond);
 
