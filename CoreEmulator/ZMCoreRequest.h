@@ -33,15 +33,12 @@ struct ZMCoreAnswer {
     int64_t syncTime = 0;
     bool hasMore = false;
 
+    // Built with their result in place (a default-made answer would first
+    // allocate an empty dictionary of its own).
     static ZMCoreAnswer success(ZMValue result = ZMValue::object()) {
-        ZMCoreAnswer answer;
-        answer.result = std::move(result);
-        return answer;
+        return ZMCoreAnswer{.code = 0, .result = std::move(result), .messages = {}, .syncTime = 0, .hasMore = false};
     }
     static ZMCoreAnswer failure(int32_t code, ZMValue result = ZMValue::object()) {
-        ZMCoreAnswer answer;
-        answer.code = code;
-        answer.result = std::move(result);
-        return answer;
+        return ZMCoreAnswer{.code = code, .result = std::move(result), .messages = {}, .syncTime = 0, .hasMore = false};
     }
 };

@@ -1,6 +1,5 @@
 #include <CoreEmulator/ZMEmulatedDispatcher.h>
 
-#include <exception>
 #include <string>
 
 #include <VemoIMLibCore/ZMFwLog.h>
@@ -19,38 +18,25 @@ ZMEmulatedDispatcher& ZMEmulatedDispatcher::shared() {
     return *dispatcher;
 }
 
-void ZMEmulatedDispatcher::deliver(std::function<void()> task) {
-    ZMSerialQueue* queue = nullptr;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        const size_t index = nextQueue_++ % threadCount_;
-        while (queues_.size() <= index) {
-            queues_.push_back(std::make_unique<ZMSerialQueue>("ZMCoreEmulator.callback." +
-                                                              std::to_string(queues_.size())));
-        }
-        queue = queues_[index].get();
+ZMSerialQueue& ZMEmulatedDispatcher::nextQueue() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const size_t index = nextQueue_++ % threadCount_;
+    while (queues_.size() <= index) {
+        queues_.push_back(std::make_unique<ZMSerialQueue>("ZMCoreEmulator.callback." + std::to_string(queues_.size())));
     }
-    // Counted before it is queued, so the count cannot reach zero while the
-    // delivery is on its way.
-    outstanding_.fetch_add(1, std::memory_order_acq_rel);
-    queue->async([this, task = std::move(task)]() mutable {
-        const bool wasRunning = tRunningDelivery;
-        tRunningDelivery = true;
-        try {
-            if (task) task();
-        } catch (const std::exception& error) {
-            ZMFwLog::getInstance().write(2, 1024, kLogTag, "a callback raised an exception: %@",
-                                         std::string(error.what()));
-        } catch (...) {
-            ZMFwLog::getInstance().write(2, 1024, kLogTag, "a callback raised an exception: %@",
-                                         std::string("(unknown)"));
-        }
-        // The task's captures (the module's callbacks and what they hold) are
-        // released before the delivery counts as finished.
-        task = nullptr;
-        tRunningDelivery = wasRunning;
-        finishDelivery();
-    });
+    return *queues_[index];
+}
+
+bool ZMEmulatedDispatcher::enterDelivery() {
+    const bool wasRunning = tRunningDelivery;
+    tRunningDelivery = true;
+    return wasRunning;
+}
+
+void ZMEmulatedDispatcher::leaveDelivery(bool wasRunning) { tRunningDelivery = wasRunning; }
+
+void ZMEmulatedDispatcher::logEscapedException(const char* what) {
+    ZMFwLog::getInstance().write(2, 1024, kLogTag, "a callback raised an exception: %@", std::string(what));
 }
 
 void ZMEmulatedDispatcher::beginDelivery() { outstanding_.fetch_add(1, std::memory_order_acq_rel); }

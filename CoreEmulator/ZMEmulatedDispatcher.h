@@ -4,9 +4,12 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <type_traits>
 #include <vector>
 
 #include <Platform/ZMSerialQueue.h>
@@ -29,7 +32,33 @@ public:
 
     // Runs the task later on a callback thread. An exception that escapes the
     // task is caught and logged; the thread goes on with the next delivery.
-    void deliver(std::function<void()> task);
+    // The task's captures are released before the delivery counts as
+    // finished. A template, so that the task and the delivery's own
+    // bookkeeping make one queued task rather than one wrapped in another.
+    template <class Task>
+    void deliver(Task task) {
+        ZMSerialQueue& queue = nextQueue();
+        // Counted before it is queued, so the count cannot reach zero while
+        // the delivery is on its way.
+        beginDelivery();
+        queue.async([this, task = std::optional<Task>(std::move(task))]() mutable {
+            const bool wasRunning = enterDelivery();
+            try {
+                if constexpr (std::is_constructible_v<bool, Task&>) {
+                    if (*task) (*task)();
+                } else {
+                    (*task)();
+                }
+            } catch (const std::exception& error) {
+                logEscapedException(error.what());
+            } catch (...) {
+                logEscapedException("(unknown)");
+            }
+            task.reset();
+            leaveDelivery(wasRunning);
+            finishDelivery();
+        });
+    }
 
     // How many queues later deliveries are spread over; 0 counts as 1.
     // Deliveries already handed over stay on their queues.
@@ -63,8 +92,15 @@ public:
 private:
     ZMEmulatedDispatcher() = default;
     ~ZMEmulatedDispatcher() = default;
+    // The queue the next delivery goes to (made on first use).
+    ZMSerialQueue& nextQueue();
     void beginDelivery();
     void finishDelivery();
+    // Marks the calling thread as running a delivery; answers whether it
+    // already was, for leaveDelivery.
+    static bool enterDelivery();
+    static void leaveDelivery(bool wasRunning);
+    static void logEscapedException(const char* what);
 
     mutable std::mutex mutex_;
     std::condition_variable idle_;
