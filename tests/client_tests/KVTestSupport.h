@@ -28,7 +28,9 @@ struct KVTimeline {
 struct KVNoter {  // writes "<name> <what> <room>[ <entries>]"
     KVNoter(KVTimeline& timeline, std::string name) : timeline(timeline), name(std::move(name)) {}
     void note(const char* what, const std::string& room, const ZMValue* entry = nullptr, bool keepAddress = true) {
-        timeline.note(name + " " + what + " " + room + (entry ? " " + entry->dump() : ""), keepAddress ? entry : nullptr);
+        std::string line = name + " " + what + " " + room;
+        if (entry) line.append(" ").append(entry->dump());
+        timeline.note(line, keepAddress ? entry : nullptr);
     }
     KVTimeline& timeline;
     std::string name;
