@@ -149,7 +149,8 @@ TEST_F(KVServerTest, BatchWritesJudgeEveryEntryInKeyOrderAndEchoOnlyTheAppliedOn
         prepareRoom(room);
         if (!row.in) hear([&] { quit(room); });
         auto& ps = service();
-        const auto& [what, overwrite] = std::pair(row.argument, row.overwrite);
+        const auto& what = row.argument;
+        const bool overwrite = row.overwrite;
         EXPECT_EQ(hear([&] {
                       if (row.isSet) return ps.setChatRoomEntries(room, what, overwrite, false, answer(), answer());
                       ps.removeChatRoomEntries(room, what, overwrite, answer(), answer());
