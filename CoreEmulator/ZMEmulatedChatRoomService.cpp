@@ -41,14 +41,6 @@ void addArguments(Arguments& arguments, const char* name, Value&& value, More&&.
     addArgument(arguments, name, std::forward<Value>(value));
     addArguments(arguments, std::forward<More>(more)...);
 }
-template <class Arguments, class... Pairs>
-Arguments argumentsOf(Pairs&&... pairs) {
-    Arguments arguments;
-    arguments.reserve(sizeof...(Pairs) / 2);
-    addArguments(arguments, std::forward<Pairs>(pairs)...);
-    return arguments;
-}
-
 // Result callbacks by shape: success without arguments or error(code).
 auto plainResponder(ZMCoreSuccessBlock success, ZMCoreErrorBlock error) {
     return [success = std::move(success), error = std::move(error)](const ZMCoreAnswer& answer) {
@@ -82,13 +74,15 @@ auto entriesResponder(ZMCoreSuccessBlock success, ZMCoreEntriesErrorBlock error)
     };
 }
 
-// A recorded request's "chatroomId" argument; empty when it has none.
-std::string chatroomIdOf(const ZMCoreRequest& request) {
-    const auto found = request.arguments.find("chatroomId");
-    return found != request.arguments.end() && found->is_string() ? found->get<std::string>() : std::string();
-}
-
 }  // namespace
+
+template <class... Pairs>
+ZMEmulatedChatRoomService::Arguments ZMEmulatedChatRoomService::argumentsOf(Pairs&&... pairs) {
+    Arguments arguments;
+    arguments.reserve(sizeof...(Pairs) / 2);
+    addArguments(arguments, std::forward<Pairs>(pairs)...);
+    return arguments;
+}
 
 ZMEmulatedChatRoomService::ZMEmulatedChatRoomService()
     : kvServer_(ZMEmulatedKVServer::Pushes{
@@ -127,7 +121,7 @@ void ZMEmulatedChatRoomService::setChatRoomPSListener() {
 void ZMEmulatedChatRoomService::joinChatroom(const std::string& chatroomId, int32_t limit, bool useCacheTime,
                                              int32_t joinMode, ZMChatRoomJoinResultBlock resultBlock) {
     handle("joinChatroom",
-           argumentsOf<Arguments>("chatroomId", chatroomId, "limit", limit, "useCacheTime", useCacheTime, "joinMode", joinMode),
+           argumentsOf("chatroomId", chatroomId, "limit", limit, "useCacheTime", useCacheTime, "joinMode", joinMode),
            [resultBlock = std::move(resultBlock)](const ZMCoreAnswer& answer) {
                if (resultBlock) resultBlock(answer.code, answer.result);
            });
@@ -137,14 +131,14 @@ void ZMEmulatedChatRoomService::joinExistingChatroom(const std::string& chatroom
                                                      bool useCacheTime, int32_t joinMode,
                                                      ZMChatRoomJoinResultBlock resultBlock) {
     handle("joinExistingChatroom",
-           argumentsOf<Arguments>("chatroomId", chatroomId, "limit", limit, "useCacheTime", useCacheTime, "joinMode", joinMode),
+           argumentsOf("chatroomId", chatroomId, "limit", limit, "useCacheTime", useCacheTime, "joinMode", joinMode),
            [resultBlock = std::move(resultBlock)](const ZMCoreAnswer& answer) {
                if (resultBlock) resultBlock(answer.code, answer.result);
            });
 }
 
 void ZMEmulatedChatRoomService::quitChatroom(const std::string& chatroomId, ZMChatRoomQuitResultBlock resultBlock) {
-    handle("quitChatroom", argumentsOf<Arguments>("chatroomId", chatroomId),
+    handle("quitChatroom", argumentsOf("chatroomId", chatroomId),
            [resultBlock = std::move(resultBlock)](const ZMCoreAnswer& answer) {
                if (resultBlock) resultBlock(answer.code);
            });
@@ -153,7 +147,7 @@ void ZMEmulatedChatRoomService::quitChatroom(const std::string& chatroomId, ZMCh
 void ZMEmulatedChatRoomService::clearChatroomMessageAndKVWithTargetId(const std::string& chatroomId,
                                                                       bool clearMsg, bool clearKv) {
     record("clearChatroomMessageAndKVWithTargetId",
-           argumentsOf<Arguments>("chatroomId", chatroomId, "clearMsg", clearMsg, "clearKv", clearKv));
+           argumentsOf("chatroomId", chatroomId, "clearMsg", clearMsg, "clearKv", clearKv));
 }
 
 void ZMEmulatedChatRoomService::setChatroomStatus(const std::string& chatroomId, const std::string& key,
@@ -162,7 +156,7 @@ void ZMEmulatedChatRoomService::setChatroomStatus(const std::string& chatroomId,
                                                   const ZMData& notificationContent, int32_t persistentFlag,
                                                   ZMCoreSuccessBlock success, ZMCoreErrorBlock error) {
     handle("setChatroomStatus",
-           argumentsOf<Arguments>("chatroomId", chatroomId,
+           argumentsOf("chatroomId", chatroomId,
                        "key", key,
                        "value", value,
                        "overwrite", overwrite,
@@ -180,7 +174,7 @@ void ZMEmulatedChatRoomService::removeChatRoomStatus(const std::string& chatroom
                                                      const ZMData& notificationContent, int32_t persistentFlag,
                                                      ZMCoreSuccessBlock success, ZMCoreErrorBlock error) {
     handle("removeChatRoomStatus",
-           argumentsOf<Arguments>("chatroomId", chatroomId,
+           argumentsOf("chatroomId", chatroomId,
                        "key", key,
                        "overwrite", overwrite,
                        "sendNotification", sendNotification,
@@ -192,7 +186,7 @@ void ZMEmulatedChatRoomService::removeChatRoomStatus(const std::string& chatroom
 
 void ZMEmulatedChatRoomService::getChatRoomEntry(const std::string& chatroomId, const std::string& key,
                                                  ZMCoreDictionaryBlock success, ZMCoreErrorBlock error) {
-    handle("getChatRoomEntry", argumentsOf<Arguments>("chatroomId", chatroomId, "key", key),
+    handle("getChatRoomEntry", argumentsOf("chatroomId", chatroomId, "key", key),
            dictionaryResponder(std::move(success), std::move(error)));
 }
 
@@ -200,7 +194,7 @@ void ZMEmulatedChatRoomService::setChatRoomEntries(const std::string& chatroomId
                                                    bool overwrite, bool autoDelete, ZMCoreSuccessBlock success,
                                                    ZMCoreEntriesErrorBlock error) {
     handle("setChatRoomEntries",
-           argumentsOf<Arguments>("chatroomId", chatroomId,
+           argumentsOf("chatroomId", chatroomId,
                        "entries", entries,
                        "overwrite", overwrite,
                        "autoDelete", autoDelete),
@@ -210,25 +204,25 @@ void ZMEmulatedChatRoomService::setChatRoomEntries(const std::string& chatroomId
 void ZMEmulatedChatRoomService::removeChatRoomEntries(const std::string& chatroomId, const ZMValue& keys,
                                                       bool overwrite, ZMCoreSuccessBlock success,
                                                       ZMCoreEntriesErrorBlock error) {
-    handle("removeChatRoomEntries", argumentsOf<Arguments>("chatroomId", chatroomId, "keys", keys, "overwrite", overwrite),
+    handle("removeChatRoomEntries", argumentsOf("chatroomId", chatroomId, "keys", keys, "overwrite", overwrite),
            entriesResponder(std::move(success), std::move(error)));
 }
 
 void ZMEmulatedChatRoomService::getChatRoomEntriesByBatch(const std::string& chatroomId, const ZMValue& keys,
                                                           ZMCoreDictionaryBlock success, ZMCoreErrorBlock error) {
-    handle("getChatRoomEntriesByBatch", argumentsOf<Arguments>("chatroomId", chatroomId, "keys", keys),
+    handle("getChatRoomEntriesByBatch", argumentsOf("chatroomId", chatroomId, "keys", keys),
            dictionaryResponder(std::move(success), std::move(error)));
 }
 
 void ZMEmulatedChatRoomService::getAllChatRoomEntries(const std::string& chatroomId, bool isSync,
                                                       ZMCoreDictionaryBlock success, ZMCoreErrorBlock error) {
-    handle("getAllChatRoomEntries", argumentsOf<Arguments>("chatroomId", chatroomId, "isSync", isSync),
+    handle("getAllChatRoomEntries", argumentsOf("chatroomId", chatroomId, "isSync", isSync),
            dictionaryResponder(std::move(success), std::move(error)));
 }
 
 void ZMEmulatedChatRoomService::queryChatroomInfo(const std::string& chatroomId, int32_t limit, uint64_t order,
                                                   ZMCoreDictionaryBlock success, ZMCoreErrorBlock error) {
-    handle("queryChatroomInfo", argumentsOf<Arguments>("chatroomId", chatroomId, "limit", limit, "order", order),
+    handle("queryChatroomInfo", argumentsOf("chatroomId", chatroomId, "limit", limit, "order", order),
            dictionaryResponder(std::move(success), std::move(error)));
 }
 
@@ -237,7 +231,7 @@ void ZMEmulatedChatRoomService::getChatroomHistoryMessage(const std::string& cha
                                                           ZMCoreHistoryBlock successBlock,
                                                           ZMCoreErrorBlock errorBlock) {
     handle("getChatroomHistoryMessage",
-           argumentsOf<Arguments>("chatroomId", chatroomId,
+           argumentsOf("chatroomId", chatroomId,
                        "sendTime", sendTime,
                        "limit", limit,
                        "order", order,
@@ -253,7 +247,7 @@ void ZMEmulatedChatRoomService::getChatroomHistoryMessage(const std::string& cha
 
 void ZMEmulatedChatRoomService::bindRTCRoomForChatroom(const std::string& chatroomId, const std::string& rtcRoomId,
                                                        ZMCoreSuccessBlock success, ZMCoreErrorBlock error) {
-    handle("bindRTCRoomForChatroom", argumentsOf<Arguments>("chatroomId", chatroomId, "rtcRoomId", rtcRoomId),
+    handle("bindRTCRoomForChatroom", argumentsOf("chatroomId", chatroomId, "rtcRoomId", rtcRoomId),
            plainResponder(std::move(success), std::move(error)));
 }
 
@@ -333,8 +327,10 @@ void ZMEmulatedChatRoomService::handle(const char* operation, Arguments argument
         return *request;
     };
 
+    // Read only until the record takes the request over, below.
+    const std::string& room = recorded.chatroomId();
     // A quit ends the stay in the room whatever answers it.
-    ZMEmulatedKVServer::FollowUp afterAnswer = kvServer_.requestArrived(operation, recorded.chatroomId());
+    ZMEmulatedKVServer::FollowUp afterAnswer = kvServer_.requestArrived(operation, room);
 
     // The rule is the test's code: it runs without the emulator's lock, so it
     // may use the control API. Without a rule the KV server model answers the
@@ -362,13 +358,13 @@ void ZMEmulatedChatRoomService::handle(const char* operation, Arguments argument
     // Outstanding from before the request is visible until its answer is
     // queued: "wait for the request, then wait until idle" sees the answer.
     ZMEmulatedDispatcher::Hold pending(ZMEmulatedDispatcher::shared());
-    if (answer) afterAnswer = answered(operation, recorded.chatroomId(), *answer, std::move(afterAnswer));
+    if (answer) afterAnswer = answered(operation, room, *answer, std::move(afterAnswer));
     bool waitOver = false;
     {
         // Recorded and, if so, held in one step: whoever sees the request sees
         // it held and can answer it.
         std::lock_guard<std::mutex> lock(mutex_);
-        if (!answer) held_.emplace(recorded.id, HeldRequest{readable(), responder, afterAnswer});
+        if (!answer) held_.emplace(recorded.id, HeldRequest{readable(), room, responder, afterAnswer});
         waitOver = insertRecordedLocked(std::move(recorded));
     }
     if (waitOver) recorded_.notify_all();
@@ -471,8 +467,7 @@ bool ZMEmulatedChatRoomService::answer(uint64_t requestId, const ZMCoreAnswer& a
         held = std::move(found->second);
         held_.erase(found);
     }
-    auto afterAnswer =
-        answered(held.request.operation, chatroomIdOf(held.request), answer, std::move(held.afterAnswer));
+    auto afterAnswer = answered(held.request.operation, held.chatroomId, answer, std::move(held.afterAnswer));
     queueAnswer(std::move(held.responder), answer, std::move(afterAnswer));
     return true;
 }

@@ -106,6 +106,7 @@ private:
     using Responder = std::function<void(const ZMCoreAnswer&)>;
     struct HeldRequest {
         ZMCoreRequest request;
+        std::string chatroomId;  // its "chatroomId" argument, for the KV server model
         Responder responder;
         // What the KV server does once the request is answered (a quit's
         // removal push); may be empty.
@@ -121,6 +122,9 @@ private:
         std::variant<std::string, ZMValue> value;
     };
     using Arguments = std::vector<Argument>;
+    // Arguments from ("name", value) pairs, in the order passed.
+    template <class... Pairs>
+    static Arguments argumentsOf(Pairs&&... pairs);
     struct RecordedRequest {
         uint64_t id = 0;
         const char* operation = "";  // the operation's name, a string literal

@@ -15,6 +15,16 @@ bool isJoin(std::string_view operation) {
     return operation == "joinChatroom" || operation == "joinExistingChatroom";
 }
 
+bool isKVWrite(std::string_view operation) {
+    return operation == "setChatroomStatus" || operation == "removeChatRoomStatus" ||
+           operation == "setChatRoomEntries" || operation == "removeChatRoomEntries";
+}
+
+bool isKVRead(std::string_view operation) {
+    return operation == "getChatRoomEntry" || operation == "getChatRoomEntriesByBatch" ||
+           operation == "getAllChatRoomEntries";
+}
+
 // A recorded argument; null when the request has none of that name.
 const ZMValue& argument(const ZMCoreRequest& request, const char* name) {
     static const ZMValue kAbsent;
@@ -61,9 +71,8 @@ ZMEmulatedKVServer::~ZMEmulatedKVServer() = default;
 // ---- Hooks of the chat-room service ----------------------------------------------
 
 ZMEmulatedKVServer::FollowUp ZMEmulatedKVServer::requestArrived(std::string_view operation,
-                                                               const std::string& chatroomId) {
+                                                               const std::string& room) {
     if (operation != "quitChatroom") return {};
-    const std::string& room = chatroomId;
     Change removed = ZMValue::object();
     {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -87,20 +96,6 @@ ZMEmulatedKVServer::FollowUp ZMEmulatedKVServer::requestArrived(std::string_view
     return [kvChange = pushes_.kvChange, room, removed] { kvChange(room, ZMValue::object(), removed); };
 }
 
-namespace {
-
-bool isKVWrite(std::string_view operation) {
-    return operation == "setChatroomStatus" || operation == "removeChatRoomStatus" ||
-           operation == "setChatRoomEntries" || operation == "removeChatRoomEntries";
-}
-
-bool isKVRead(std::string_view operation) {
-    return operation == "getChatRoomEntry" || operation == "getChatRoomEntriesByBatch" ||
-           operation == "getAllChatRoomEntries";
-}
-
-}  // namespace
-
 bool ZMEmulatedKVServer::answers(std::string_view operation) { return isKVWrite(operation) || isKVRead(operation); }
 
 std::optional<ZMEmulatedKVServer::Reply> ZMEmulatedKVServer::answer(const ZMCoreRequest& request) {
@@ -109,10 +104,9 @@ std::optional<ZMEmulatedKVServer::Reply> ZMEmulatedKVServer::answer(const ZMCore
 }
 
 ZMEmulatedKVServer::FollowUp ZMEmulatedKVServer::requestAnswered(std::string_view operation,
-                                                                const std::string& chatroomId,
+                                                                const std::string& room,
                                                                 const ZMCoreAnswer& answer) {
     if (!isJoin(operation) || !admitsToRoom(answer.code)) return {};
-    const std::string& room = chatroomId;
     std::lock_guard<std::mutex> lock(mutex_);
     if (!enabled_) return {};
     Membership& membership = memberships_[room];

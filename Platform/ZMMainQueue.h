@@ -61,10 +61,8 @@ public:
     // Timers scheduled and not yet invalidated (a one-shot timer that fired counts as invalidated).
     size_t activeTimerCount() const;
     // Invalidates every timer of the queue, for example between tests: a
-    // repeating timer that nobody holds any more (the module's rejoin timer
-    // when two starts race: the later one drops the earlier timer from its
-    // slot without invalidating it) would otherwise fire for the life of the
-    // process.
+    // repeating timer that nobody holds any more would otherwise fire for the
+    // life of the process.
     void invalidateTimers();
 
     double now() const;
